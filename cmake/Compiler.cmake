@@ -1,0 +1,35 @@
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  # Objects are shared between build folders: paths below the source tree do not take part in the hash.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1
+                                  ${CCACHE})
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition)
+add_link_options(-Wl,--as-needed)
+
+if(SFT_SANITIZE)
+  add_compile_options(-fsanitize=${SFT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${SFT_SANITIZE})
+endif()
+if(SFT_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
+if(SFT_YIELD_ALWAYS)
+  add_compile_definitions(OLT_YIELD_ALWAYS)
+endif()
