@@ -16,7 +16,7 @@ class PrinterV2 {
   explicit PrinterV2(Style style);
 
   // The members of the innermost open object, one after another; a comma comes between them by itself.
-  void memberName(std::string_view name);   // quoted and escaped, then ":"
+  void memberName(std::string_view name);  // quoted and escaped, then ":"
   void beginObject();
   void endObject();
   void value(std::uint64_t number);

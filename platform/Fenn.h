@@ -30,13 +30,14 @@ class DebugHandler {
 };
 
 namespace Platform {
-// The handler of a name, shared by all who ask for it. The second argument is the levels a new one starts with.
+// The handler of a name, shared by all who ask for it. The second argument is the levels a new one starts
+// with.
 std::shared_ptr<DebugHandler> getDebugHandler(std::string_view name, unsigned levels);
 }  // namespace Platform
 
 }  // namespace Fenn
 
-// A feature toggle from a toggle file in the toggle directory (PEXA_TOGGLE_DIR, else /etc/pexa/toggles): a JSON
-// object of names and booleans. An absent file or name gives the default; a damaged file gives the default and
-// one line in the log.
+// A feature toggle from a toggle file in the toggle directory (PEXA_TOGGLE_DIR, else /etc/pexa/toggles): a
+// JSON object of names and booleans. An absent file or name gives the default; a damaged file gives the
+// default and one line in the log.
 bool getToggleState(std::string_view name, std::string_view file, bool defaultState);

@@ -51,7 +51,9 @@ class Capabilities : public Kiv::Entity {
   bool hwOffloadIpv4() const { return hwOffloadIpv4_; }
   bool hwOffloadIpv6() const { return hwOffloadIpv6_; }
   bool supported() const { return supported_; }
-  void nonDefaultVrfExportIs(bool value) { attributeIs(nonDefaultVrfExport_, value, nonDefaultVrfExportAttr); }
+  void nonDefaultVrfExportIs(bool value) {
+    attributeIs(nonDefaultVrfExport_, value, nonDefaultVrfExportAttr);
+  }
   void maxTrackersIs(std::uint32_t value) { attributeIs(maxTrackers_, value, maxTrackersAttr); }
   void maxExportersPerTrackerIs(std::uint32_t value) {
     attributeIs(maxExportersPerTracker_, value, maxExportersPerTrackerAttr);

@@ -50,6 +50,7 @@ class Entity : public PtrInterface {
 // Attribute access and handler calls by name on any object, through its type record; see Type for the errors.
 Value attribute(const PtrInterface& object, std::string_view name);
 void attributeIs(PtrInterface& object, std::string_view name, const Value& value);
-Value invoke(PtrInterface& object, std::string_view handler, const std::vector<std::pair<String, Value>>& arguments);
+Value invoke(PtrInterface& object, std::string_view handler,
+             const std::vector<std::pair<String, Value>>& arguments);
 
 }  // namespace Kiv

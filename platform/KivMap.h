@@ -124,7 +124,8 @@ class Map {
 
   const Entry* findHashed(std::uint64_t hash, const Key& key) const {
     if (size_ == 0) return nullptr;
-    for (std::size_t at = home(hash); at < slots_.size() && slots_[at].used && slots_[at].hash <= hash; ++at) {
+    for (std::size_t at = home(hash); at < slots_.size() && slots_[at].used && slots_[at].hash <= hash;
+         ++at) {
       if (slots_[at].hash == hash && slots_[at].entry.key == key) return &slots_[at].entry;
     }
     return nullptr;
@@ -173,7 +174,8 @@ class Map {
   // Moves sorted entries into the empty table, each to its home or right behind its predecessor.
   bool refill(std::vector<Slot>& old) {
     std::size_t next = 0;
-    for (const Slot& slot : old) {  // dry run: a pathological tail wants the next size, with nothing moved yet
+    for (const Slot& slot :
+         old) {  // dry run: a pathological tail wants the next size, with nothing moved yet
       if (!slot.used) continue;
       next = std::max(next, home(slot.hash)) + 1;
       if (next > slots_.size()) return false;

@@ -1,8 +1,8 @@
 // Counted references and the root of every framework object.
 //
-// A PtrInterface is counted: it lives as long as some Kiv::Ptr refers to it. It can be observed when its class
-// keeps a notifiee list, and it knows its type record (KivType.h), through which its attributes are reached by
-// name. KivNotifiee.h holds the observing side.
+// A PtrInterface is counted: it lives as long as some Kiv::Ptr refers to it. It can be observed when its
+// class keeps a notifiee list, and it knows its type record (KivType.h), through which its attributes are
+// reached by name. KivNotifiee.h holds the observing side.
 //
 // Threading: everything runs on the agent's event thread. Counting is atomic only while
 // Kiv::System::threadSafePtr() is on; otherwise it costs a plain increment.
@@ -48,7 +48,9 @@ class PtrInterface {
 
   bool hasNotificationActive() const { return notificationActive_; }
   // References held now; for tests and displays.
-  std::uint32_t references() const { return std::atomic_ref<std::uint32_t>(references_).load(std::memory_order_relaxed); }
+  std::uint32_t references() const {
+    return std::atomic_ref<std::uint32_t>(references_).load(std::memory_order_relaxed);
+  }
 
   void referenceAdd() const {
     std::atomic_ref<std::uint32_t> count(references_);
@@ -88,15 +90,17 @@ class Ptr {
   using element_type = T;
 
   constexpr Ptr() noexcept = default;
-  constexpr Ptr(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor): nullptr is the empty reference
-  Ptr(T* object) noexcept : object_(object) {  // NOLINT(google-explicit-constructor): counted where it is made
+  constexpr Ptr(std::nullptr_t) noexcept {
+  }  // NOLINT(google-explicit-constructor): nullptr is the empty reference
+  Ptr(T* object) noexcept
+      : object_(object) {  // NOLINT(google-explicit-constructor): counted where it is made
     if (object_ != nullptr) object_->referenceAdd();
   }
   Ptr(const Ptr& other) noexcept : Ptr(other.object_) {}
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& other) noexcept : Ptr(other.get()) {}  // NOLINT(google-explicit-constructor): as raw pointers do
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
+  noexcept : Ptr(other.get()) {}  // NOLINT(google-explicit-constructor): as raw pointers do
   ~Ptr() { reset(); }
 
   Ptr& operator=(Ptr other) noexcept {

@@ -43,13 +43,13 @@ class MountInfo {
 
 namespace KivSharedMem {
 
-// The agent's holder of mounted tables. Abstract, so that a test can record what is mounted; the real one is in
-// runtime/quell.
+// The agent's holder of mounted tables. Abstract, so that a test can record what is mounted; the real one is
+// in runtime/quell.
 class EntityManager : public Kiv::Entity {
  public:
   using Kiv::Entity::Entity;
-  // Mounts the table of a type name at a path. The container is built from its registered entity type; each of
-  // its collections is attached to its file, with the settings of the collection's name or the defaults.
+  // Mounts the table of a type name at a path. The container is built from its registered entity type; each
+  // of its collections is attached to its file, with the settings of the collection's name or the defaults.
   // Mounting a path again gives the container that is there.
   // Throws Quell::TableError (a file that cannot be used) or Kiv::TypeError (unknown type).
   virtual Kiv::Ptr<Quell::Container> doMount(const Kiv::String& path, const Kiv::String& typeName,

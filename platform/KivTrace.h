@@ -1,6 +1,6 @@
-// Leveled text traces. A handle has a name ("Pexa::Sft") and ten levels, each on or off; a trace at a level that
-// is off costs one test and formats nothing. What is on is set from the environment (PEXA_TRACE), the agent's
-// configuration, or `sft trace level NAME LEVEL`.
+// Leveled text traces. A handle has a name ("Pexa::Sft") and ten levels, each on or off; a trace at a level
+// that is off costs one test and formats nothing. What is on is set from the environment (PEXA_TRACE), the
+// agent's configuration, or `sft trace level NAME LEVEL`.
 #pragma once
 
 #include <array>
@@ -18,8 +18,8 @@ inline constexpr unsigned kTraceLevels = 10;
 
 class TraceHandle {
  public:
-  // Handles of one name share their levels. The number is the handle's first enabled state: 0 leaves all levels
-  // off unless the environment or a former call switched them on.
+  // Handles of one name share their levels. The number is the handle's first enabled state: 0 leaves all
+  // levels off unless the environment or a former call switched them on.
   TraceHandle(String name, unsigned enabledLevels);
   ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
@@ -62,7 +62,8 @@ TraceSink* traceSinkIs(TraceSink* sink);
 // One text trace at one place in the source.
 class TraceHelper {
  public:
-  TraceHelper(const TraceHandle& handle, unsigned level, std::string_view file, int line, std::string_view function)
+  TraceHelper(const TraceHandle& handle, unsigned level, std::string_view file, int line,
+              std::string_view function)
       : record_{handle.name(), level, file, line, function, {}} {}
   void write(std::string_view text);
 

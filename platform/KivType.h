@@ -1,5 +1,5 @@
-// Type records: what the framework knows of an entity type at run time. Its name, its attributes (read, written
-// and listed by name), its invocable handlers, and how to build one from constructor arguments.
+// Type records: what the framework knows of an entity type at run time. Its name, its attributes (read,
+// written and listed by name), its invocable handlers, and how to build one from constructor arguments.
 //
 // A type record is built once, on first use, with TypeBuilder, and lives as long as the module that holds it:
 //
@@ -28,8 +28,8 @@
 
 namespace Kiv {
 
-// A name that a type or the registry does not know, or a call that cannot be made. The text names the type, the
-// name, and what would have been right.
+// A name that a type or the registry does not know, or a call that cannot be made. The text names the type,
+// the name, and what would have been right.
 class TypeError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -67,8 +67,8 @@ class Type {
   const std::vector<String>& constructorArguments() const { return constructorArguments_; }
   bool constructible() const { return static_cast<bool>(factory_); }
 
-  // Generic access. Each throws TypeError on an unknown or read-only name or a missing or unknown argument, and
-  // ValueError (with the attribute's name) on a value of the wrong type; nothing is changed then.
+  // Generic access. Each throws TypeError on an unknown or read-only name or a missing or unknown argument,
+  // and ValueError (with the attribute's name) on a value of the wrong type; nothing is changed then.
   Value get(const PtrInterface& object, std::string_view attribute) const;
   void set(PtrInterface& object, std::string_view attribute, const Value& value) const;
   Value invoke(PtrInterface& object, std::string_view handler,
@@ -79,7 +79,9 @@ class Type {
  private:
   template <class T>
   friend class TypeBuilder;
-  AttributeId lastId() const { return (base_ ? base_->lastId() : 0) + static_cast<AttributeId>(attributes_.size()); }
+  AttributeId lastId() const {
+    return (base_ ? base_->lastId() : 0) + static_cast<AttributeId>(attributes_.size());
+  }
 
   String name_;
   const Type* base_;
@@ -142,7 +144,8 @@ class TypeBuilder {
     using Call = detail::MemberCall<Member>;
     static_assert(std::tuple_size_v<typename Call::Arguments> == sizeof...(Names), "one name an argument");
     type_.handlers_.push_back(
-        {std::move(name), detail::argumentNames(names...), [member](PtrInterface& object, const std::vector<Value>& values) {
+        {std::move(name), detail::argumentNames(names...),
+         [member](PtrInterface& object, const std::vector<Value>& values) {
            auto arguments = detail::argumentsFrom<typename Call::Arguments>(values);
            auto call = [&](auto&... each) { return std::invoke(member, dynamic_cast<T&>(object), each...); };
            if constexpr (std::is_void_v<typename Call::Result>) {

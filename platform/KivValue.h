@@ -1,5 +1,5 @@
-// Values without a static type: what an attribute holds when it is reached by name, what a configuration file,
-// a JSON record or a command line says. ValueTraits converts each C++ type to and from it.
+// Values without a static type: what an attribute holds when it is reached by name, what a configuration
+// file, a JSON record or a command line says. ValueTraits converts each C++ type to and from it.
 #pragma once
 
 #include <any>
@@ -37,14 +37,14 @@ class Value {
   template <std::signed_integral T>
   Value(T value) : data_(static_cast<std::int64_t>(value)) {}  // NOLINT(google-explicit-constructor)
   template <std::unsigned_integral T>
-    requires(!std::same_as<T, bool>)
-  Value(T value) : data_(static_cast<std::uint64_t>(value)) {}  // NOLINT(google-explicit-constructor)
-  Value(double value) : data_(value) {}                         // NOLINT(google-explicit-constructor)
-  Value(String value) : data_(std::move(value)) {}              // NOLINT(google-explicit-constructor)
-  Value(std::string_view value) : data_(String(value)) {}       // NOLINT(google-explicit-constructor)
-  Value(const char* value) : data_(String(value)) {}            // NOLINT(google-explicit-constructor)
-  Value(List value) : data_(std::move(value)) {}                // NOLINT(google-explicit-constructor)
-  Value(Object value) : data_(std::move(value)) {}              // NOLINT(google-explicit-constructor)
+  requires(!std::same_as<T, bool>) Value(T value)
+      : data_(static_cast<std::uint64_t>(value)) {}                  // NOLINT(google-explicit-constructor)
+  Value(double value) : data_(value) {}                              // NOLINT(google-explicit-constructor)
+  Value(String value) : data_(std::move(value)) {}                   // NOLINT(google-explicit-constructor)
+  Value(std::string_view value) : data_(String(value)) {}            // NOLINT(google-explicit-constructor)
+  Value(const char* value) : data_(String(value)) {}                 // NOLINT(google-explicit-constructor)
+  Value(List value) : data_(std::move(value)) {}                     // NOLINT(google-explicit-constructor)
+  Value(Object value) : data_(std::move(value)) {}                   // NOLINT(google-explicit-constructor)
   Value(Ptr<const PtrInterface> value) : data_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
   static Value opaque(Opaque value);
 
@@ -65,16 +65,17 @@ class Value {
   bool operator==(const Value& other) const;
 
  private:
-  std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, String, List, Object, Ptr<const PtrInterface>,
-               Opaque>
+  std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, String, List, Object,
+               Ptr<const PtrInterface>, Opaque>
       data_;
 };
 
 // Throws ValueError "expected EXPECTED, got DESCRIPTION".
 [[noreturn]] void throwValueError(std::string_view expected, const Value& got);
 
-// How a C++ type becomes a Value and back. toValue never fails; fromValue throws ValueError and never converts
-// between kinds (a string "1" is no number, 1 is no boolean). Types elsewhere specialise it beside themselves.
+// How a C++ type becomes a Value and back. toValue never fails; fromValue throws ValueError and never
+// converts between kinds (a string "1" is no number, 1 is no boolean). Types elsewhere specialise it beside
+// themselves.
 template <class T, class = void>
 struct ValueTraits;
 
@@ -98,7 +99,8 @@ struct ValueTraits<T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<
   static Value toValue(T value) { return Value(value); }
   static T fromValue(const Value& value) {
     if constexpr (std::is_signed_v<T>) {
-      return static_cast<T>(signedFromValue(value, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+      return static_cast<T>(
+          signedFromValue(value, std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
     } else {
       return static_cast<T>(unsignedFromValue(value, std::numeric_limits<T>::max()));
     }

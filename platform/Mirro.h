@@ -1,7 +1,8 @@
 // The central state database: entities under paths, mounted in groups, with access flags.
 //
-// A mount names a path, the type of the entity there, and flags: "r" to read it, "w" to write it; a "c" behind
-// it creates the entity, with its defaults or the values that the configuration has for it, when nobody has.
+// A mount names a path, the type of the entity there, and flags: "r" to read it, "w" to write it; a "c"
+// behind it creates the entity, with its defaults or the values that the configuration has for it, when
+// nobody has.
 #pragma once
 
 #include <string_view>

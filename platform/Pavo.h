@@ -84,7 +84,9 @@ enum class IpProto : std::uint32_t {
 // The enumerator's name, or the number in decimal when it has none.
 std::string stringValue(IpProto protocol);
 
-inline std::uint16_t load16(const std::uint8_t* at) { return static_cast<std::uint16_t>(at[0] << 8 | at[1]); }
+inline std::uint16_t load16(const std::uint8_t* at) {
+  return static_cast<std::uint16_t>(at[0] << 8 | at[1]);
+}
 inline std::uint32_t load32(const std::uint8_t* at) {
   return std::uint32_t{load16(at)} << 16 | load16(at + 2);
 }
@@ -93,7 +95,8 @@ inline std::uint32_t load32(const std::uint8_t* at) {
 class Pkt {
  public:
   Pkt() = default;
-  // REQUIRES: `captured` bytes at `front`. The wire length may be smaller than what was captured (captures lie).
+  // REQUIRES: `captured` bytes at `front`. The wire length may be smaller than what was captured (captures
+  // lie).
   Pkt(const std::uint8_t* front, std::uint32_t captured, std::uint32_t wireLength)
       : front_(front), captured_(captured), wireLength_(wireLength) {}
 
@@ -173,7 +176,9 @@ template <>
 struct ValueTraits<Pavo::IntfId> {
   static constexpr std::string_view kTypeName = "interface";
   static Value toValue(const Pavo::IntfId& value) { return Value(value.name()); }
-  static Pavo::IntfId fromValue(const Value& value) { return Pavo::IntfId(ValueTraits<String>::fromValue(value)); }
+  static Pavo::IntfId fromValue(const Value& value) {
+    return Pavo::IntfId(ValueTraits<String>::fromValue(value));
+  }
 };
 template <std::size_t N>
 struct ValueTraits<Pavo::Address<N>> {

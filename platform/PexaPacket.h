@@ -1,9 +1,9 @@
 // A packet on its way through the agent: its parsed headers and its context.
 //
 // The parser calls headers by the names below. A frame is Ethernet, then any number of 0x8100 and 0x88a8 tags
-// (one Vlan entry covers them all), then what its Ethernet type says; only IPv4 and IPv6 are looked into. Behind
-// an IP header always stands an entry: Tcp or Udp when the whole header is captured and within the IP length (a
-// length field of 0 does not bound), else another name, at the least an empty Payload.
+// (one Vlan entry covers them all), then what its Ethernet type says; only IPv4 and IPv6 are looked into.
+// Behind an IP header always stands an entry: Tcp or Udp when the whole header is captured and within the IP
+// length (a length field of 0 does not bound), else another name, at the least an empty Payload.
 //
 // Threading: the agent's event thread. Nothing here allocates.
 #pragma once
@@ -80,9 +80,13 @@ class ParsedPacket {
   // REQUIRES: parsed, for all below.
   std::span<const PacketHeader> headers() const { return {headers_.data(), count_}; }
   // Null when the packet has no IP header, or only a malformed one.
-  const PacketHeader* firstHeaderIpAnyVersion() const { return ipPosition_ < count_ ? &headers_[ipPosition_] : nullptr; }
+  const PacketHeader* firstHeaderIpAnyVersion() const {
+    return ipPosition_ < count_ ? &headers_[ipPosition_] : nullptr;
+  }
   // Null behind the last one.
-  const PacketHeader* header(std::size_t position) const { return position < count_ ? &headers_[position] : nullptr; }
+  const PacketHeader* header(std::size_t position) const {
+    return position < count_ ? &headers_[position] : nullptr;
+  }
   // The id of the first tag, 0 included; none when the frame is untagged. Bits: PCP 15-13, DEI 12, id 11-0.
   bool tagged() const { return tagged_; }
   std::uint16_t firstTag() const { return firstTag_; }
@@ -117,7 +121,7 @@ struct PacketState {
   const Kiv::Ptr<const PexaPortBase>* inputPort = nullptr;  // null: the packet came from the agent itself
   PexaNamedCounters* namedCounters = nullptr;               // null: reasons are not counted
   std::uint64_t packetNumber = 0;
-  std::string_view traceFilter;                             // the trace filter that it matches, or empty
+  std::string_view traceFilter;  // the trace filter that it matches, or empty
   Bridging::VlanIdOrAnyOrNone vlan;
   // What a step computed when it looked ahead, for the same step's processing: one for each direction.
   struct LookAhead {
@@ -136,7 +140,9 @@ class PacketContext {
   const Pavo::Pkt& pkt() const { return state_->parsed.pkt(); }
   Bridging::VlanIdOrAnyOrNone vlanId() const { return state_->vlan; }
   // The empty reference when the packet came from the agent itself.
-  const Kiv::Ptr<const PexaPortBase>& inputPort() const { return state_->inputPort ? *state_->inputPort : noPort(); }
+  const Kiv::Ptr<const PexaPortBase>& inputPort() const {
+    return state_->inputPort ? *state_->inputPort : noPort();
+  }
   PexaNamedCounters* namedCounters() const { return state_->namedCounters; }
   std::uint64_t packetNumber() const { return state_->packetNumber; }
   // The name of the trace filter that the packet matches, or empty.

@@ -1,5 +1,5 @@
-// The packet pipelines: steps in the order of their positions, input steps on received packets, output steps on
-// transmitted ones.
+// The packet pipelines: steps in the order of their positions, input steps on received packets, output steps
+// on transmitted ones.
 #pragma once
 
 #include <span>
@@ -15,7 +15,8 @@ enum class StepResult : int { stop = 0, proceed = 1 };
 
 class GenericPipelineStep : public Kiv::Entity {
  public:
-  GenericPipelineStep(Kiv::String name, unsigned position) : Kiv::Entity(std::move(name)), position_(position) {}
+  GenericPipelineStep(Kiv::String name, unsigned position)
+      : Kiv::Entity(std::move(name)), position_(position) {}
   // Orders the steps of a pipeline; steps of equal position run in the order in which they were added.
   unsigned position() const { return position_; }
 

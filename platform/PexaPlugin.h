@@ -1,8 +1,8 @@
 // What the agent and its plugins know of each other.
 //
-// The agent publishes a PluginManager in the state database at PluginManager::kPath. A plugin's root entity joins
-// it with savePluginRef; from then on the agent drives it: doMounts, mountsComplete, then the start operation of
-// the agent's mode.
+// The agent publishes a PluginManager in the state database at PluginManager::kPath. A plugin's root entity
+// joins it with savePluginRef; from then on the agent drives it: doMounts, mountsComplete, then the start
+// operation of the agent's mode.
 #pragma once
 
 #include <vector>
@@ -49,7 +49,8 @@ class PluginContext : public Kiv::Entity {
 
 class PexaPluginBase;
 
-// The agent's side of its plugins: what it offers them, and which have joined. Any member may be empty in a test.
+// The agent's side of its plugins: what it offers them, and which have joined. Any member may be empty in a
+// test.
 class PluginManager : public Kiv::Entity {
  public:
   static constexpr std::string_view kPath = "pexa/pluginManager";
@@ -85,8 +86,8 @@ class PexaPluginBase : public Mirro::Mounter {
   // Called when the mounts are done.
   virtual void mountsComplete(const Kiv::Ptr<Mirro::EntityManager>& entityManager) = 0;
   virtual void setupPluginManager(const Kiv::Ptr<PluginManager>& pluginManager);
-  // The start operations, one for each way an agent starts. The base of the first two does nothing; switchover,
-  // from standby to active, goes through activeInit.
+  // The start operations, one for each way an agent starts. The base of the first two does nothing;
+  // switchover, from standby to active, goes through activeInit.
   virtual void standbyInit(PexaMode mode);
   virtual void switchoverInit(PexaMode mode);
   virtual void activeInit(PexaMode mode) = 0;

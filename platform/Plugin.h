@@ -1,5 +1,5 @@
-// Registration of plugins: a library's static plugin instance registers with the agent's loader while its static
-// initialisers run; the loader later calls its init with the agent's context.
+// Registration of plugins: a library's static plugin instance registers with the agent's loader while its
+// static initialisers run; the loader later calls its init with the agent's context.
 #pragma once
 
 #include <algorithm>
@@ -35,8 +35,9 @@ struct Registration {
 class LoaderImpl {
  public:
   // Throws Kiv::TypeError when a plugin of this name is registered.
-  static void registerPlugin(std::string_view loaderName, std::string_view pluginName, std::string_view loaderType,
-                             std::string_view group, std::string_view options, InitCallerNode* initCaller);
+  static void registerPlugin(std::string_view loaderName, std::string_view pluginName,
+                             std::string_view loaderType, std::string_view group, std::string_view options,
+                             InitCallerNode* initCaller);
   static void unregisterPlugin(const InitCallerNode* initCaller);
   static const std::vector<Registration>& registrations();
 };
@@ -56,7 +57,8 @@ class Loader {
   // A node of the loader's singly linked list.
   class LoaderInitCallerWithContext : public Impl::InitCallerNode {
    public:
-    LoaderInitCallerWithContext(Loader* loader, InitCaller* initCaller) : loader_(loader), initCaller_(initCaller) {}
+    LoaderInitCallerWithContext(Loader* loader, InitCaller* initCaller)
+        : loader_(loader), initCaller_(initCaller) {}
     bool belongsTo(const void* instance) const override { return initCaller_ == instance; }
     void callInit(Context* context) { initCaller_->callInit(context); }
 
@@ -88,7 +90,8 @@ class Loader {
   // Calls the init of every registered plugin that has not been called yet, in the order of registration.
   void initPlugins(Context* context) {
     std::vector<LoaderInitCallerWithContext*> waiting;
-    for (auto* node = head_.get(); node != nullptr; node = node->next_.get()) waiting.insert(waiting.begin(), node);
+    for (auto* node = head_.get(); node != nullptr; node = node->next_.get())
+      waiting.insert(waiting.begin(), node);
     for (auto* node : waiting) {
       if (std::find(called_.begin(), called_.end(), node) != called_.end()) continue;
       called_.push_back(node);
@@ -110,7 +113,8 @@ class Loader {
 
 }  // namespace Plugin
 
-// Base of plugin instances. Its embedded init caller points back at the instance; the loader calls through it.
+// Base of plugin instances. Its embedded init caller points back at the instance; the loader calls through
+// it.
 template <class Context>
 class PluginBase {
  public:

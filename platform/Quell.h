@@ -21,7 +21,8 @@
 namespace Quell {
 
 // A table cannot be opened, created or written: absent, foreign, newer, of another record type, written by
-// another process, out of space. The text says which file and why, with the process id where one is in the way.
+// another process, out of space. The text says which file and why, with the process id where one is in the
+// way.
 class TableError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -29,13 +30,13 @@ class TableError : public std::runtime_error {
 
 // What a table needs to know of its records, and what shows them to people.
 struct RecordType {
-  std::string name;             // "FlowTracking::HoIpFlowStatus"; stands in the file and must match
+  std::string name;  // "FlowTracking::HoIpFlowStatus"; stands in the file and must match
   std::uint32_t recordBytes = 0;
-  std::uint32_t keyBytes = 0;   // the key is the first member of the record
+  std::uint32_t keyBytes = 0;  // the key is the first member of the record
   Kiv::Value (*toValue)(const void* record) = nullptr;
-  void (*fromValue)(const Kiv::Value&, void* record) = nullptr;        // throws Kiv::ValueError
+  void (*fromValue)(const Kiv::Value&, void* record) = nullptr;  // throws Kiv::ValueError
   Kiv::Value (*keyToValue)(const void* key) = nullptr;
-  void (*keyFromValue)(const Kiv::Value&, void* key) = nullptr;        // throws Kiv::ValueError
+  void (*keyFromValue)(const Kiv::Value&, void* key) = nullptr;  // throws Kiv::ValueError
 };
 
 class MapBase;  // QuellMap.h

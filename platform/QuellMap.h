@@ -97,8 +97,8 @@ class Map : public MapBase {
     return record;
   }
 
-  // Walking in table order; false at the end. Damaged entries on the way throw; a walk goes on behind one with
-  // after() from the last key met, having asked skipDamaged() to step over it.
+  // Walking in table order; false at the end. Damaged entries on the way throw; a walk goes on behind one
+  // with after() from the last key met, having asked skipDamaged() to step over it.
   bool first(Record& out) const { return table() && table()->walkFirst(&out); }
   bool after(const Key& key, Record& out) const { return table() && table()->walkAfter(&key, &out); }
   bool atOrAfter(const Key& key, Record& out) const { return table() && table()->walkAtOrAfter(&key, &out); }

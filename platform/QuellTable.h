@@ -1,6 +1,7 @@
 // One collection's file, mapped: the reading side inline, because it runs for each packet.
 //
-// Neighbours: QuellLayout.h draws the file byte by byte; runtime/quell has the writing side, opening and repair.
+// Neighbours: QuellLayout.h draws the file byte by byte; runtime/quell has the writing side, opening and
+// repair.
 #pragma once
 
 #include <cstddef>

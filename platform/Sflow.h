@@ -1,8 +1,8 @@
 // sFlow: its hardware configuration and status, and the sampler that features build on.
 //
-// A sampler picks packets per port and direction with a random skip whose mean is the configured rate, and hands
-// each sample to the agent's receiver, which exports it (runtime/sflow).
-// Threading: the agent's event thread; sampling runs on the packet path.
+// A sampler picks packets per port and direction with a random skip whose mean is the configured rate, and
+// hands each sample to the agent's receiver, which exports it (runtime/sflow). Threading: the agent's event
+// thread; sampling runs on the packet path.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +22,8 @@ namespace Sflow {
 
 using IntfSet = Kiv::Set<Pavo::IntfId>;
 
-// The configuration of sFlow, or of a feature that samples as sFlow does: whether it is on, and the interfaces
-// on which packets are sampled in each direction.
+// The configuration of sFlow, or of a feature that samples as sFlow does: whether it is on, and the
+// interfaces on which packets are sampled in each direction.
 class HwConfig : public Kiv::Entity {
  public:
   enum Attr : Kiv::AttributeId { enabledAttr = 1, ingressInterfacesAttr, egressInterfacesAttr };
@@ -56,7 +56,9 @@ class HwStatus : public Kiv::Entity {
 
   // The Ethernet protocol under which this agent carries sampled packets.
   std::uint32_t sflowEthProtocol() const { return sflowEthProtocol_; }
-  void sflowEthProtocolIs(std::uint32_t value) { attributeIs(sflowEthProtocol_, value, sflowEthProtocolAttr); }
+  void sflowEthProtocolIs(std::uint32_t value) {
+    attributeIs(sflowEthProtocol_, value, sflowEthProtocolAttr);
+  }
 
  private:
   std::uint32_t sflowEthProtocol_ = 0;
@@ -68,10 +70,10 @@ struct Sample {
   Pavo::Pkt pkt;
   const Pexa::PexaPortBase* input = nullptr;   // null when the packet came from the agent itself
   const Pexa::PexaPortBase* output = nullptr;  // null for an ingress sample: not yet known
-  std::uint32_t rate = 0;   // 1 in `rate` packets
-  std::uint32_t pool = 0;   // packets that could have been sampled so far, on this port and direction; wraps
-  std::uint32_t drops = 0;  // samples lost so far, on this port and direction; wraps
-  std::uint64_t serial = 0; // samples taken so far on this port and direction, this one included
+  std::uint32_t rate = 0;                      // 1 in `rate` packets
+  std::uint32_t pool = 0;    // packets that could have been sampled so far, on this port and direction; wraps
+  std::uint32_t drops = 0;   // samples lost so far, on this port and direction; wraps
+  std::uint64_t serial = 0;  // samples taken so far on this port and direction, this one included
 };
 
 class SflowSamplerHelperBase;
@@ -88,16 +90,17 @@ class SampleReceiver {
 
 // What a sampler did on one port in one direction.
 struct SamplerState {
-  std::uint32_t rate = 0;      // the rate the current skip was drawn for; 0 before the first packet
-  std::uint32_t skip = 0;      // packets up to and including the next sample
-  std::uint64_t pool = 0;      // packets that could have been sampled
-  std::uint64_t samples = 0;   // samples taken
-  std::uint64_t drops = 0;     // of them, dropped by the receiver
+  std::uint32_t rate = 0;     // the rate the current skip was drawn for; 0 before the first packet
+  std::uint32_t skip = 0;     // packets up to and including the next sample
+  std::uint64_t pool = 0;     // packets that could have been sampled
+  std::uint64_t samples = 0;  // samples taken
+  std::uint64_t drops = 0;    // of them, dropped by the receiver
 };
 
 class SflowSamplerHelperBase : public Kiv::Entity {
  public:
-  SflowSamplerHelperBase(Kiv::String name, Kiv::Ptr<const HwStatus> sflowHwStatus, Kiv::Ptr<const Pexa::Ports> ports,
+  SflowSamplerHelperBase(Kiv::String name, Kiv::Ptr<const HwStatus> sflowHwStatus,
+                         Kiv::Ptr<const Pexa::Ports> ports,
                          Kiv::Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir);
   ~SflowSamplerHelperBase() override;
 
@@ -107,7 +110,8 @@ class SflowSamplerHelperBase : public Kiv::Entity {
   virtual void kivDoZombieReactors(bool zombie);
   void hasNotificationActiveIs(bool active) override;
   // Whether packets on an interface are sampled at all. Asked for each packet, silently.
-  virtual bool samplingWanted(Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const = 0;
+  virtual bool samplingWanted(Bridging::AllowedTrafficDirection direction,
+                              const Pavo::IntfId& intfId) const = 0;
 
   // Samples the packet if it is its turn. A packet on a port without an interface is never sampled.
   void maybeSampleIngress(const Pavo::Pkt& pkt, const Kiv::Ptr<const Pexa::PexaPortBase>& input);

@@ -1,5 +1,5 @@
-// Ring-buffer trace: records in a file of the run directory that overwrite the oldest, readable at any time by
-// `sft trace`, also after the agent died.
+// Ring-buffer trace: records in a file of the run directory that overwrite the oldest, readable at any time
+// by `sft trace`, also after the agent died.
 //
 // Each place in the source that traces has a CallSite; its identifier is allocated on first use. A record is
 // formed only when the handle has a trace file and the call site is enabled: one test otherwise.
