@@ -1,4 +1,5 @@
-// What the operator configured of the state database: values for the attributes of entities that do not exist yet.
+// What the operator configured of the state database: values for the attributes of entities that do not exist
+// yet.
 #pragma once
 
 #include <stdexcept>

@@ -32,9 +32,9 @@ namespace Mirro {
 //   r, rc     its type must be right     built from its type name, with      stays absent (r)
 //   w, wc     its type must be right     the configured values               a failure (w)
 //
-// A wrong type, an unknown type name, or a type that cannot be built from a path is a failure of that mount. A
-// mount for reading does not keep its mounter from writing: the entities are shared, and whoever has one can
-// change it; the flags say what is meant, and const references keep to it.
+// A wrong type, an unknown type name, or a type that cannot be built from a path is a failure of that mount.
+// A mount for reading does not keep its mounter from writing: the entities are shared, and whoever has one
+// can change it; the flags say what is meant, and const references keep to it.
 class StateDatabase : public EntityManager {
  public:
   explicit StateDatabase(Kiv::String name);
@@ -45,35 +45,34 @@ class StateDatabase : public EntityManager {
   Kiv::Ptr<MountGroup> getMountGroup(Mounter* mounter) override;
   Kiv::Ptr<Kiv::Entity> getEntity(std::string_view path) const override;
 
-  // Remembers values for the entity that will come to be at a path; a path may be given without any. All of them
-  // are applied when it does, before anyone sees it.
-  // REQUIRES: the path has neither configuration nor an entity yet.
-  void configurationIs(const Kiv::String& path, std::vector<ConfiguredValue> values, const Kiv::String& file = {},
-                       unsigned line = 0);
+  // Remembers values for the entity that will come to be at a path; a path may be given without any. All of
+  // them are applied when it does, before anyone sees it. REQUIRES: the path has neither configuration nor an
+  // entity yet.
+  void configurationIs(const Kiv::String& path, std::vector<ConfiguredValue> values,
+                       const Kiv::String& file = {}, unsigned line = 0);
 
   // Puts an entity at a path, with the values configured for it.
-  // REQUIRES: there is none at the path. Throws ConfigurationError on a value that the entity does not take; the
-  // entity is not put in then.
+  // REQUIRES: there is none at the path. Throws ConfigurationError on a value that the entity does not take;
+  // the entity is not put in then.
   void entityIs(const Kiv::String& path, const Kiv::Ptr<Kiv::Entity>& entity);
   // Builds an entity from its registered type name and puts it at a path, likewise.
   // Throws Kiv::TypeError when the type is unknown or cannot be built from a path alone.
   Kiv::Ptr<Kiv::Entity> entityIs(const Kiv::String& path, std::string_view typeName);
 
   // Does the mounts of all groups closed so far: first whatever creates an entity, then the rest, so that one
-  // group finds what another one creates. Then tells each mounter, in the order in which the groups were closed,
-  // its status and its completion. Groups that are closed meanwhile wait for the next call. False when there was
-  // no group to complete.
-  // Throws ConfigurationError on a configured value that its entity does not take. No mounter has been told then,
-  // and the groups wait on.
+  // group finds what another one creates. Then tells each mounter, in the order of their groups,
+  // its status and its completion. Groups that are closed meanwhile wait for the next call. False when there
+  // was no group to complete. Throws ConfigurationError on a configured value that its entity does not take.
+  // No mounter has been told then, and the groups wait on.
   bool completeMounts();
 
-  // Throws ConfigurationError when a configured path never came to be: nobody mounts it. The text lists the paths
-  // that are known.
+  // Throws ConfigurationError when a configured path never came to be: nobody mounts it. The text lists the
+  // paths that are known.
   void checkConfiguration() const;
 
   // Reads and changes one attribute by name; a change reaches the entity's reactors before this returns.
-  // Throws Kiv::TypeError (unknown path or attribute, an attribute that cannot be written) or Kiv::ValueError (a
-  // value of the wrong type), with path and attribute in the text; nothing is changed then.
+  // Throws Kiv::TypeError (unknown path or attribute, an attribute that cannot be written) or Kiv::ValueError
+  // (a value of the wrong type), with path and attribute in the text; nothing is changed then.
   Kiv::Value get(std::string_view path, std::string_view attribute) const;
   void set(std::string_view path, std::string_view attribute, const Kiv::Value& value);
 
