@@ -1,0 +1,47 @@
+// Reads the packets of a capture file, one after another: pcap or pcapng, whichever it is, in either byte
+// order, with microseconds or nanoseconds.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "capture/PortDevice.h"
+
+struct pcap;
+
+namespace Capture {
+
+class CaptureReader {
+ public:
+  // Throws CaptureError when the file cannot be opened, is no capture, or holds another link type than
+  // Ethernet.
+  explicit CaptureReader(std::string path);
+  ~CaptureReader();
+  CaptureReader(const CaptureReader&) = delete;
+  CaptureReader& operator=(const CaptureReader&) = delete;
+
+  enum class Result : std::uint8_t { packet, end, damaged };
+  // The next packet; its bytes are valid until the next call. Behind the last readable packet of a damaged
+  // file comes `damaged`, for good. Allocates only for a packet larger than any before it.
+  Result next(ReceivedPacket& packet);
+
+  const std::string& path() const { return path_; }
+  // Packets read so far.
+  std::uint64_t packets() const { return packets_; }
+  // After `damaged`: the file, the last good packet, where in the file reading stopped, and what is wrong
+  // there.
+  const std::string& error() const { return error_; }
+
+ private:
+  Result damaged();
+
+  std::string path_;
+  std::string error_;
+  pcap* handle_ = nullptr;
+  std::uint64_t packets_ = 0;
+  Result last_ = Result::packet;
+};
+
+}  // namespace Capture

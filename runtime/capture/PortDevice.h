@@ -1,0 +1,95 @@
+// What stands behind a port: a capture that is replayed, a live interface, or a capture that is written. The
+// agent's loop treats them alike.
+//
+//   ReplayPort   packets in from a capture file      transmitted packets are dropped, and counted so
+//   LivePort     packets in and out of an interface
+//   WritePort    no packets in                       transmitted packets are written to a capture file
+//
+// Threading: the agent's event thread. receive() and transmit() neither throw, block nor allocate.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <string>
+
+#include "Pavo.h"
+
+namespace Capture {
+
+struct ReceivedPacket {
+  Pavo::Pkt pkt;            // its bytes are valid until the next receive() of the same device
+  std::int64_t timeNs = 0;  // when it was captured: nanoseconds since 1970
+};
+
+// Counted since the device was opened. Bytes are wire lengths. Drops: packets lost before they could be
+// received, or that could not be transmitted.
+struct PortCounts {
+  std::uint64_t packetsIn = 0;
+  std::uint64_t bytesIn = 0;
+  std::uint64_t dropsIn = 0;
+  std::uint64_t packetsOut = 0;
+  std::uint64_t bytesOut = 0;
+  std::uint64_t dropsOut = 0;
+};
+
+enum class PortKind : std::uint8_t { capture, device, write };
+// "capture", "device", "write": as the configuration names them.
+std::string_view stringValue(PortKind kind);
+
+enum class ReplayState : std::uint8_t { none, running, finished, damaged };
+// "running", "finished" or "damaged"; empty for none, the state of a port that replays nothing.
+std::string_view stringValue(ReplayState state);
+
+class PortDevice {
+ public:
+  static constexpr double kNever = std::numeric_limits<double>::infinity();
+
+  PortDevice() = default;
+  PortDevice(const PortDevice&) = delete;
+  PortDevice& operator=(const PortDevice&) = delete;
+  virtual ~PortDevice() = default;
+
+  virtual PortKind kind() const = 0;
+  // Takes the packets that have come, at most as many as there is room for, and gives their number. The time
+  // is the caller's clock in UTC seconds.
+  virtual std::size_t receive(std::span<ReceivedPacket> room, double now) = 0;
+  // Sends a packet, or writes it with the given time in UTC seconds. What cannot be sent is counted as a
+  // drop.
+  virtual void transmit(const Pavo::Pkt& pkt, double now) = 0;
+
+  // Becomes readable when packets have come; -1: there is nothing to wait on, see nextReceive(). It may
+  // change whenever descriptorChanges() did.
+  virtual int descriptor() const { return -1; }
+  virtual std::uint64_t descriptorChanges() const { return 0; }
+  // When receive() is worth calling again although no descriptor became readable: UTC seconds, a time that
+  // has passed for now, kNever for not at all.
+  virtual double nextReceive() const { return kNever; }
+
+  // Hands buffered output to the file. Called when the agent has nothing better to do, and at the end.
+  virtual void flush() {}
+  // Brings counts up to date that cost a system call: packets that the interface lost.
+  virtual void refreshCounts() {}
+  const PortCounts& counts() const { return counts_; }
+
+  virtual ReplayState replayState() const { return ReplayState::none; }
+  // Whether packets can pass at present. A live interface that is down comes back by itself.
+  virtual bool up() const { return true; }
+  // What is wrong at present: with a damaged capture, where the damage is. Empty when nothing is.
+  const std::string& error() const { return error_; }
+
+ protected:
+  void countIn(const Pavo::Pkt& pkt) {
+    ++counts_.packetsIn;
+    counts_.bytesIn += pkt.wireLength();
+  }
+  void countOut(const Pavo::Pkt& pkt) {
+    ++counts_.packetsOut;
+    counts_.bytesOut += pkt.wireLength();
+  }
+
+  PortCounts counts_;
+  std::string error_;
+};
+
+}  // namespace Capture
