@@ -1,0 +1,101 @@
+// The agent's configuration: a TOML file, read and checked whole before anything is done.
+//
+//   mode = "active"                      # or "standby": the plugins mount and wait
+//   run_dir = "/run/pexa"                # shared tables, control socket, trace ring
+//   plugins = ["libName.so"]
+//   [[port]]                             # name, one of capture, device and write, vlan = 1
+//   [forward]                            # port = "port": what enters the left leaves the right
+//   [replay]                             # pace = "fast" or "recorded"
+//   [sflow]                              # agent = "ADDRESS", collectors = ["ADDRESS:PORT"]
+//   [state."path"]                       # attribute = value
+//   [[trace_filter]]                     # name, expression (as of tcpdump): whose packets are traced
+//   [trace.level]                        # "Pexa::Sft" = 0 to 9: text traces to the log
+//
+// Relative paths in it are relative to the folder of the file. Neighbours: Agent.h acts on it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ConfigError.h"
+#include "Kiv.h"
+#include "PexaPlugin.h"
+
+namespace Pexa {
+
+enum class PortKind : std::uint8_t { capture, device, write };
+enum class ReplayPace : std::uint8_t { fast, recorded };
+
+struct PortConfig {
+  std::string name;    // also its interface id
+  PortKind kind = PortKind::capture;
+  std::string source;  // path of the capture, or name of the Linux interface
+  std::uint16_t vlan = 1;
+  ConfigPlace place;
+};
+
+struct ForwardConfig {
+  std::string from;
+  std::string to;
+  ConfigPlace place;
+};
+
+struct PluginConfig {
+  std::string library;  // as the file names it
+  ConfigPlace place;
+};
+
+struct SflowConfig {
+  struct Collector {
+    std::string address;
+    std::uint16_t port = 0;
+  };
+  std::string agent;
+  std::vector<Collector> collectors;
+  ConfigPlace place;
+};
+
+struct StateConfig {
+  struct Attribute {
+    std::string name;
+    Kiv::Value value;
+    ConfigPlace place;
+  };
+  std::string path;
+  std::vector<Attribute> attributes;
+  ConfigPlace place;
+};
+
+struct TraceFilterConfig {
+  std::string name;
+  std::string expression;
+  ConfigPlace place;
+};
+
+struct TraceLevelConfig {
+  std::string handle;
+  int most = 0;
+};
+
+struct AgentConfig {
+  std::filesystem::path file;
+  PexaMode mode = PexaMode::active;
+  std::filesystem::path runDir = "/run/pexa";
+  std::vector<PluginConfig> plugins;
+  std::vector<PortConfig> ports;
+  std::vector<ForwardConfig> forwards;
+  ReplayPace pace = ReplayPace::fast;
+  std::optional<SflowConfig> sflow;  // none: samples are taken and counted, and go nowhere
+  std::vector<StateConfig> states;
+  std::vector<TraceFilterConfig> traceFilters;
+  std::vector<TraceLevelConfig> traceLevels;
+};
+
+// Reads and checks a configuration file. Throws ConfigError at the first thing that is wrong: no file, broken
+// TOML, an unknown key, a wrong type, a port twice, a port with no or two sources, a forward that leads nowhere.
+AgentConfig readAgentConfig(const std::filesystem::path& file);
+
+}  // namespace Pexa

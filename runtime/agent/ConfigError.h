@@ -1,0 +1,26 @@
+// What is wrong in a configuration file, or in what it names, in one line.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace Pexa {
+
+// Where something stands in a configuration file.
+struct ConfigPlace {
+  std::string file;
+  unsigned line = 0;  // from 1; 0: the file as a whole
+};
+
+// The text reads "FILE:LINE: what, expected what".
+class ConfigError : public std::runtime_error {
+ public:
+  ConfigError(const ConfigPlace& place, const std::string& what) : std::runtime_error(lead(place) + what) {}
+
+ private:
+  static std::string lead(const ConfigPlace& place) {
+    return place.line == 0 ? place.file + ": " : place.file + ':' + std::to_string(place.line) + ": ";
+  }
+};
+
+}  // namespace Pexa
