@@ -3,6 +3,7 @@
 
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "KivTrace.h"
 #include "Skein.h"
@@ -19,8 +20,8 @@ class SkeinConverter {
   }
   std::string text() const { return out_.str(); }
   // The ring-buffer record, led by the category and a blank.
-  void toSkein(Skein::TraceHandle& handle, const Skein::CallSite& site) const {
-    handle.write(site, std::string(site.category()) + ' ' + text());
+  void toSkein(Skein::TraceHandle& handle, const Skein::CallSite& site, std::string_view filter = {}) const {
+    handle.write(site, std::string(site.category()) + ' ' + text(), filter);
   }
   // The text trace, without the category.
   void toText(Kiv::TraceHelper helper) const { helper.write(text()); }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Fenn {
 
@@ -33,6 +34,8 @@ namespace Platform {
 // The handler of a name, shared by all who ask for it. The second argument is the levels a new one starts
 // with.
 std::shared_ptr<DebugHandler> getDebugHandler(std::string_view name, unsigned levels);
+// Every handler that was asked for so far, by name.
+std::vector<std::shared_ptr<DebugHandler>> debugHandlers();
 }  // namespace Platform
 
 }  // namespace Fenn

@@ -139,4 +139,24 @@ struct ValueTraits<Ptr<T>> {
   }
 };
 
+// A list of values of one type; an element that does not fit makes the whole list not fit.
+template <class T>
+struct ValueTraits<std::vector<T>> {
+  static constexpr std::string_view kTypeName = "list";
+  static Value toValue(const std::vector<T>& values) {
+    Value::List list;
+    list.reserve(values.size());
+    for (const T& each : values) list.push_back(ValueTraits<T>::toValue(each));
+    return Value(std::move(list));
+  }
+  static std::vector<T> fromValue(const Value& value) {
+    const auto* held = value.as<Value::List>();
+    if (held == nullptr) throwValueError("a list", value);
+    std::vector<T> values;
+    values.reserve(held->size());
+    for (const Value& each : *held) values.push_back(ValueTraits<T>::fromValue(each));
+    return values;
+  }
+};
+
 }  // namespace Kiv

@@ -6,7 +6,10 @@
 
 #include "Kiv.h"
 #include "Pavo.h"
-#include "Sflow.h"
+
+namespace Sflow {
+class SampleReceiver;
+}
 
 namespace Pexa {
 

@@ -2,14 +2,17 @@
 // by `sft trace`, also after the agent died.
 //
 // Each place in the source that traces has a CallSite; its identifier is allocated on first use. A record is
-// formed only when the handle has a trace file and the call site is enabled: one test otherwise.
+// formed only when its call site is enabled, which costs one test while nobody wants such records:
+//
+//   static constinit Skein::CallSite site("Sft", __FILE__, __LINE__, __func__, Skein::Volume::packet);
+//   if (trace.enabled(site, filter)) trace.write(site, text, filter);
+//
+// Threading: the agent's event thread.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "KivString.h"
 
@@ -18,6 +21,10 @@ namespace Skein {
 // Which records are wanted. Events (start, stop, configuration) are on from the start; records that a single
 // packet causes are off until asked for, but for packets that match a trace filter.
 enum class Volume : std::uint8_t { event, packet };
+
+constexpr std::uint32_t volumeBit(Volume volume) {
+  return 1U << static_cast<unsigned>(volume);
+}
 
 class CallSite {
  public:
@@ -29,9 +36,15 @@ class CallSite {
   std::string_view function() const { return function_; }
   int line() const { return line_; }
   Volume volume() const { return volume_; }
+  // Names the call site in this process, from 1 up.
+  std::uint32_t id() const {
+    const std::uint32_t id = id_.load(std::memory_order_relaxed);
+    return id != 0 ? id : allocateId();
+  }
 
  private:
-  friend class TraceHandle;
+  std::uint32_t allocateId() const;
+
   std::string_view category_;
   std::string_view file_;
   std::string_view function_;
@@ -45,24 +58,29 @@ class TraceHandle {
  public:
   virtual ~TraceHandle() = default;
 
-  // Whether there is a trace file and this call site's records are wanted.
-  bool enabled(const CallSite& site) const {
-    const std::uint32_t volumes = volumes_.load(std::memory_order_relaxed);
-    return volumes != 0 && isEnabled(site, volumes);
+  // Whether there is a trace file and this call site's records are wanted. With the name of the trace filter
+  // that the packet matches, if any: such a packet's records are wanted whatever the volume, unless the call
+  // site's category is off altogether.
+  bool enabled(const CallSite& site, std::string_view filter = {}) const {
+    std::uint32_t volumes = volumes_.load(std::memory_order_relaxed);
+    if (volumes != 0 && !filter.empty()) volumes |= volumeBit(Volume::packet);
+    return (volumes & volumeBit(site.volume())) != 0 && isEnabled(site, !filter.empty());
   }
   // Appends a record with a rendered text of at most a few hundred bytes (longer ones are cut). The filter's
   // name, or an empty one, says which trace filter the packet matched.
   virtual void write(const CallSite& site, std::string_view text, std::string_view filter = {}) = 0;
 
-  // Which volumes are written for categories without a setting of their own; bit 0 events, bit 1 packets. 0
-  // while there is no trace file.
+  // The volumes that some category wants, as bits of volumeBit(); 0 while there is no trace file. Kept by the
+  // trace itself: it is what a call site is tested against first.
   void volumesIs(std::uint32_t volumes) { volumes_.store(volumes, std::memory_order_relaxed); }
   std::uint32_t volumes() const { return volumes_.load(std::memory_order_relaxed); }
   // Highest level of a category: -1 nothing, 0 events, 1 packets too.
   virtual void categoryLevelIs(std::string_view category, int level) = 0;
 
  protected:
-  virtual bool isEnabled(const CallSite& site, std::uint32_t volumes) const = 0;
+  // Whether the call site's category wants it, once its volume is wanted by some category or a filter
+  // matched.
+  virtual bool isEnabled(const CallSite& site, bool filterMatched) const = 0;
 
  private:
   std::atomic<std::uint32_t> volumes_{0};
