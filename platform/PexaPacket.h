@@ -54,7 +54,8 @@ class PacketHeader {
   // Its index in the packet's header list.
   std::uint8_t position() const { return position_; }
   std::uint32_t offset() const { return offset_; }
-  // Bytes of it that are captured; all of its fixed part for the names Ethernet, Ipv4, Ipv6, Tcp and Udp.
+  // Its bytes, all of them captured: an IPv4 header with its options, all tags of a Vlan entry, everything that is
+  // left of a Payload (within the IP length behind an IP header), the fixed part of any other.
   std::uint32_t length() const { return length_; }
 
  private:
@@ -94,10 +95,9 @@ class ParsedPacket {
  private:
   void fullParse();
   void add(HeaderName name, std::uint32_t offset, std::uint32_t length);
-  std::uint32_t parseTags(std::uint32_t offset, std::uint16_t& etherType);
+  std::uint16_t skipTags(std::uint16_t etherType, std::uint32_t& offset);
   bool parseIpv4(std::uint32_t offset);
   bool parseIpv6(std::uint32_t offset);
-  void parseBehindIp(std::uint32_t protocol, bool hasL4, std::uint32_t offset, std::uint32_t end);
 
   Pavo::Pkt pkt_;
   std::array<PacketHeader, kMostHeaders> headers_;

@@ -63,8 +63,9 @@ class PluginManager : public Kiv::Entity {
   Kiv::Ptr<Counter::PktCounterCollectionHolder> counterHolder;
   Kiv::Ptr<AllGenericPipelineSteps> steps;
 
-  void pluginIs(const Kiv::Ptr<PexaPluginBase>& plugin) { plugins_.push_back(plugin); }
-  void pluginDelAll() { plugins_.clear(); }
+  // Lets a plugin join, in place of one of the same name.
+  void pluginIs(const Kiv::Ptr<PexaPluginBase>& plugin);
+  void pluginDelAll();
   const std::vector<Kiv::Ptr<PexaPluginBase>>& plugins() const { return plugins_; }
 
  private:
@@ -79,7 +80,7 @@ class PexaPluginBase : public Mirro::Mounter {
   // Joins the plugin manager that the state database holds. Without one the plugin stays on its own: logged.
   void savePluginRef(const Kiv::Ptr<Mirro::EntityManager>& entityManager);
 
-  // Stores the entity manager and calls mountsComplete.
+  // Notes that the mounts are complete and calls mountsComplete.
   void doMountsComplete(const Kiv::Ptr<Mirro::EntityManager>& entityManager) override;
   // Requests the plugin's mounts.
   virtual void doMounts(const Kiv::Ptr<PluginContext>& context) = 0;

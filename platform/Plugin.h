@@ -82,6 +82,7 @@ class Loader {
     for (auto* at = &head_; *at; at = &(*at)->next_) {
       if ((*at)->belongsTo(initCaller)) {
         Impl::LoaderImpl::unregisterPlugin(at->get());
+        std::erase(called_, at->get());  // a later node may get its address
         *at = std::move((*at)->next_);
         return;
       }

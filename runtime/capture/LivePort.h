@@ -30,8 +30,8 @@ class LivePort : public PortDevice {
   // Changes when the interface went away and came back.
   int descriptor() const override { return descriptor_; }
   std::uint64_t descriptorChanges() const override { return descriptorChanges_; }
-  double nextReceive() const override { return handle_ == nullptr ? nextOpen_ : kNever; }
-  void refreshCounts() override;
+  double nextReceive() const override;
+  void refresh() override;
   bool up() const override { return handle_ != nullptr && error_.empty(); }
 
   const std::string& interface() const { return interface_; }
@@ -43,13 +43,15 @@ class LivePort : public PortDevice {
   Opened open();
   void close();
   void reopen(double now);
+  void lost(const std::string& why);
 
   std::string interface_;
   PacketBuffer buffer_;
   pcap* handle_ = nullptr;  // null while the interface is away
   int descriptor_ = -1;
   std::uint64_t descriptorChanges_ = 0;
-  double nextOpen_ = 0;
+  double nextOpen_ = 0;            // UTC seconds
+  bool more_ = false;              // the last burst was full: packets may be left that nothing announces
   std::uint64_t formerDrops_ = 0;  // of the handles before this one
 };
 

@@ -1,4 +1,5 @@
-// Holds the bytes of one burst in place: allocated once, refilled for every burst.
+// Holds the bytes of one burst in place: taken once, refilled for every burst, from its beginning. Only what
+// a burst has ever filled is resident.
 #pragma once
 
 #include <algorithm>
@@ -8,32 +9,30 @@
 #include <memory>
 
 #include "Pavo.h"
+#include "capture/PortDevice.h"
 
 namespace Capture {
 
 class PacketBuffer {
  public:
   static constexpr std::uint32_t kMostPacket = 256 * 1024;  // captured bytes of one packet
-  static constexpr std::size_t kBytes = 1024 * 1024;
 
-  PacketBuffer() : bytes_(new std::uint8_t[kBytes]) {}
+  PacketBuffer() : bytes_(new std::uint8_t[PortDevice::kMostBurst * kMostPacket]) {}
 
   void clear() { used_ = 0; }
-  // Always so for the first packet of a burst.
-  bool fits(const Pavo::Pkt& pkt) const {
-    return kBytes - used_ >= std::min(pkt.capturedLength(), kMostPacket);
-  }
-  // A copy that stays until clear(); bytes behind kMostPacket are cut off. REQUIRES: it fits.
+  // A copy that stays until clear(); captured bytes behind kMostPacket are cut off.
+  // REQUIRES: fewer than kMostBurst packets since clear().
   Pavo::Pkt copy(const Pavo::Pkt& pkt) {
     const std::uint32_t length = std::min(pkt.capturedLength(), kMostPacket);
     std::uint8_t* at = bytes_.get() + used_;
     if (length != 0) std::memcpy(at, pkt.front(), length);
-    used_ += std::min<std::size_t>((length + kAlign - 1) / kAlign * kAlign, kBytes - used_);
+    used_ += (length + kAlign - 1) / kAlign * kAlign;
     return {at, length, pkt.wireLength()};
   }
 
  private:
   static constexpr std::size_t kAlign = 64;  // a packet's headers lie in few cache lines
+  static_assert(kMostPacket % kAlign == 0);
   std::unique_ptr<std::uint8_t[]> bytes_;
   std::size_t used_ = 0;
 };

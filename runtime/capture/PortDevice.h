@@ -43,6 +43,7 @@ std::string_view stringValue(ReplayState state);
 
 class PortDevice {
  public:
+  static constexpr std::size_t kMostBurst = 32;  // packets of one receive()
   static constexpr double kNever = std::numeric_limits<double>::infinity();
 
   PortDevice() = default;
@@ -58,18 +59,18 @@ class PortDevice {
   // drop.
   virtual void transmit(const Pavo::Pkt& pkt, double now) = 0;
 
-  // Becomes readable when packets have come; -1: there is nothing to wait on, see nextReceive(). It may
-  // change whenever descriptorChanges() did.
+  // Becomes readable when packets have come; -1: there is nothing to wait on. It is another one whenever
+  // descriptorChanges() has changed.
   virtual int descriptor() const { return -1; }
   virtual std::uint64_t descriptorChanges() const { return 0; }
-  // When receive() is worth calling again although no descriptor became readable: UTC seconds, a time that
-  // has passed for now, kNever for not at all.
+  // When receive() is worth calling without its descriptor having become readable: UTC seconds, a time that
+  // has passed for now, kNever for not at all. To be asked after each receive().
   virtual double nextReceive() const { return kNever; }
 
   // Hands buffered output to the file. Called when the agent has nothing better to do, and at the end.
   virtual void flush() {}
-  // Brings counts up to date that cost a system call: packets that the interface lost.
-  virtual void refreshCounts() {}
+  // Brings up to date what costs a system call: packets that the interface lost, and whether it is up.
+  virtual void refresh() {}
   const PortCounts& counts() const { return counts_; }
 
   virtual ReplayState replayState() const { return ReplayState::none; }

@@ -34,7 +34,7 @@ class ReplayPort : public PortDevice {
 
   CaptureReader reader_;
   PacketBuffer buffer_;
-  ReceivedPacket pending_;  // read and not yet delivered: not due, or the buffer was full
+  ReceivedPacket pending_;  // read, and not due yet
   Pace pace_;
   bool havePending_ = false;
   bool started_ = false;

@@ -1,0 +1,76 @@
+#include "capture/CaptureReader.h"
+
+#include <fmt/format.h>
+#include <pcap/pcap.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "capture/CaptureError.h"
+
+namespace Capture {
+namespace {
+
+// Which link type it is, for a person: "113 (LINUX_SLL)".
+std::string linkTypeText(int linkType) {
+  const char* name = ::pcap_datalink_val_to_name(linkType);
+  return fmt::format("{} ({})", linkType, name != nullptr ? name : "unknown");
+}
+
+std::int64_t nanoseconds(
+    const timeval& time) {  // of a handle with nanosecond precision: tv_usec holds nanoseconds
+  constexpr std::int64_t kSecond = 1'000'000'000;
+  constexpr std::int64_t kMostSeconds = INT64_MAX / kSecond - 5;
+  if (time.tv_sec > kMostSeconds || time.tv_sec < -kMostSeconds)
+    return time.tv_sec > 0 ? INT64_MAX : INT64_MIN;
+  return time.tv_sec * kSecond + time.tv_usec;
+}
+
+}  // namespace
+
+CaptureReader::CaptureReader(std::string path) : path_(std::move(path)) {
+  std::FILE* file = std::fopen(path_.c_str(), "rbe");
+  if (file == nullptr) throw CaptureError(fmt::format("capture {}: {}", path_, std::strerror(errno)));
+  std::setvbuf(file, nullptr, _IOFBF, 256 * 1024);
+  char why[PCAP_ERRBUF_SIZE] = "";
+  handle_ = ::pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, why);
+  if (handle_ == nullptr) {
+    std::fclose(file);
+    throw CaptureError(fmt::format("capture {}: not a readable pcap or pcapng file: {}", path_, why));
+  }
+  if (const int linkType = ::pcap_datalink(handle_); linkType != DLT_EN10MB) {
+    ::pcap_close(handle_);
+    throw CaptureError(
+        fmt::format("capture {}: link type {}, but ports are Ethernet (1)", path_, linkTypeText(linkType)));
+  }
+}
+
+CaptureReader::~CaptureReader() {
+  ::pcap_close(handle_);
+}
+
+CaptureReader::Result CaptureReader::next(ReceivedPacket& packet) {
+  if (last_ != Result::packet) return last_;
+  pcap_pkthdr* header = nullptr;
+  const unsigned char* bytes = nullptr;
+  switch (::pcap_next_ex(handle_, &header, &bytes)) {
+    case 1:
+      ++packets_;
+      packet.pkt = Pavo::Pkt(bytes, header->caplen, header->len);
+      packet.timeNs = nanoseconds(header->ts);
+      return Result::packet;
+    case PCAP_ERROR_BREAK:
+      return last_ = Result::end;
+    default:
+      return last_ = damaged();
+  }
+}
+
+CaptureReader::Result CaptureReader::damaged() {
+  error_ = fmt::format("capture {}: damaged after packet {}, at byte {}: {}", path_, packets_,
+                       std::ftell(::pcap_file(handle_)), ::pcap_geterr(handle_));
+  return Result::damaged;
+}
+
+}  // namespace Capture
