@@ -31,6 +31,7 @@ struct IpFamily<Pavo::Traits::IPv4> {
   static constexpr std::string_view kConfigType = "FlowTracking::HoIpFlowConfig";
   static constexpr std::string_view kStatusType = "FlowTracking::HoIpFlowStatus";
   static constexpr std::string_view kCounterType = "FlowTracking::HoIpFlowCounter";
+  static constexpr std::string_view kLocalCounterType = "Pexa::Counter::PexaSftHoCounter";
 
   // Collections, by the names under which they are mounted.
   static constexpr std::string_view kConfigCollection = "hoIpFlowConfig";
@@ -54,6 +55,7 @@ struct IpFamily<Pavo::Traits::IPv6> {
   static constexpr std::string_view kConfigType = "FlowTracking::HoIp6FlowConfig";
   static constexpr std::string_view kStatusType = "FlowTracking::HoIp6FlowStatus";
   static constexpr std::string_view kCounterType = "FlowTracking::HoIp6FlowCounter";
+  static constexpr std::string_view kLocalCounterType = "Pexa::Counter::PexaSftHoIp6Counter";
 
   static constexpr std::string_view kConfigCollection = "hoIp6FlowConfig";
   static constexpr std::string_view kStatusCollection = "hoIp6FlowStatus";

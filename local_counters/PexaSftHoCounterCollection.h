@@ -1,0 +1,100 @@
+// The agent's local counters of flows in hardware, one map an address family.
+//
+// Neighbours: the offload decision creates and counts records; the state machine reads, publishes and deletes
+// them; the agent's counter display shows those of IPv4 (a record of IPv6 is in records() only).
+// Threading: the agent's event thread. A reader that took a record's reference keeps it alive after its
+// removal.
+#pragma once
+
+#include "AcrResponse.h"
+#include "PexaSftHoCounter.h"
+
+namespace Pexa::Counter {
+
+// Places flows in the maps; seeded, so that no peer can aim at one place.
+struct FlowKeyHash {
+  template <class Key>
+  std::uint64_t operator()(const Key& key) const {
+    return key.hash64(Kiv::hashSeed());
+  }
+};
+
+template <class Domain>
+using SftHoCounterMap = Kiv::Map<FlowTracking::FlowKey<Domain>, Kiv::Ptr<SftHoCounter<Domain>>, FlowKeyHash>;
+
+class PexaSftHoCounterCollection : public PktCounterCollectionBase {
+ public:
+  // The removal of a record is announced under these, with its key.
+  enum Attr : Kiv::AttributeId { counterCollectionAttr = 1, counterIp6CollectionAttr };
+
+  explicit PexaSftHoCounterCollection(Kiv::String name) : PktCounterCollectionBase(std::move(name)) {}
+  // Creates a collection with its notifications on.
+  static Kiv::Ptr<PexaSftHoCounterCollection> PexaSftHoCounterCollectionIs(const Kiv::String& name);
+  static const Kiv::Type& kivType();
+  const Kiv::Type& fwkType() const override { return kivType(); }
+
+  // The maps, walked in their own order (see Kiv::Map).
+  const SftHoCounterMap<Pavo::Traits::IPv4>& counterCollection() const { return map4_; }
+  const SftHoCounterMap<Pavo::Traits::IPv6>& counterIp6Collection() const { return map6_; }
+
+  // Is: the record under the key, created when there is none. Del: takes the record out, tells the notifiees
+  // and returns it; empty, and nobody told, when there is none. DelAll: Del for each record.
+  Kiv::Ptr<PexaSftHoCounter> counterCollectionIs(const FlowTracking::IpFlowKey& key) {
+    return counterIs(key);
+  }
+  Kiv::Ptr<PexaSftHoIp6Counter> counterIp6CollectionIs(const FlowTracking::Ip6FlowKey& key) {
+    return counterIs(key);
+  }
+  Kiv::Ptr<PexaSftHoCounter> counterCollectionDel(const FlowTracking::IpFlowKey& key) {
+    return counterDel(key);
+  }
+  Kiv::Ptr<PexaSftHoIp6Counter> counterIp6CollectionDel(const FlowTracking::Ip6FlowKey& key) {
+    return counterDel(key);
+  }
+  void counterCollectionDelAll() { counterDelAll<Pavo::Traits::IPv4>(); }
+  void counterIp6CollectionDelAll() { counterDelAll<Pavo::Traits::IPv6>(); }
+
+  // The same for code that is written once for both families.
+  template <class Domain>
+  const SftHoCounterMap<Domain>& counters() const {
+    return const_cast<PexaSftHoCounterCollection*>(this)->mutableCounters<Domain>();
+  }
+  template <class Domain>
+  Kiv::Ptr<SftHoCounter<Domain>> counterIs(const FlowTracking::FlowKey<Domain>& key) {
+    auto [counter, inserted] = mutableCounters<Domain>().findOrInsert(key);
+    if (inserted) [[unlikely]] {
+      *counter = Kiv::makePtr<SftHoCounter<Domain>>(key);
+      (*counter)->hasNotificationActiveIs(true);
+    }
+    return *counter;
+  }
+  template <class Domain>
+  Kiv::Ptr<SftHoCounter<Domain>> counterDel(FlowTracking::FlowKey<Domain> key);
+  template <class Domain>
+  void counterDelAll();
+
+  // Writes the IPv4 records, and only those: the display has no room for IPv6.
+  void acrResponse(cliprint::PrinterV2* printer) const override { Pexa::Counter::acrResponse(this, printer); }
+  // Every record of both families, IPv4 first, each {"key","packets","bytes","intfId","updateTime"}.
+  Kiv::Value::List records() const override;
+
+ private:
+  template <class Domain>
+  SftHoCounterMap<Domain>& mutableCounters() {
+    if constexpr (FlowTracking::IpFamily<Domain>::kIndex == 0) {
+      return map4_;
+    } else {
+      return map6_;
+    }
+  }
+  template <class Domain>
+  void recordsInto(Kiv::Value::List& list) const;
+
+  SftHoCounterMap<Pavo::Traits::IPv4> map4_;
+  SftHoCounterMap<Pavo::Traits::IPv6> map6_;
+};
+
+// The same as PexaSftHoCounterCollection::PexaSftHoCounterCollectionIs.
+Kiv::Ptr<PexaSftHoCounterCollection> pexaSftHoCounterCollectionFactory(const Kiv::String& name);
+
+}  // namespace Pexa::Counter
