@@ -1,0 +1,237 @@
+#include "OffloadDecision.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "TraceHandles.h"
+
+namespace SampledFlowTracker {
+
+using Bridging::AllowedTrafficDirection;
+using FlowTracking::FlowKey;
+using FlowTracking::HoFlowKey;
+using FlowTracking::HoFlowState;
+using FlowTracking::HoFlowStatus;
+using FlowTracking::HoFlowStatusRecord;
+using FlowTracking::IpFamily;
+using Pexa::HeaderName;
+using Pexa::PacketContext;
+using Pexa::PacketHeader;
+using Pexa::Counter::PexaSftHoCounterCollection;
+
+namespace {
+
+constexpr std::string_view kAction = "Action";
+constexpr std::string_view kDrop = "Drop";
+
+void countReason(PacketContext pktCtx, std::string_view category, std::string_view reason) {
+  if (Pexa::PexaNamedCounters* counters = pktCtx.namedCounters()) {
+    counters->count(category, _defaultPexaTraceHandle(), reason);
+  }
+}
+
+[[gnu::cold]] void writeOutcome(PacketContext pktCtx, const Skein::CallSite& site, std::string_view outcome) {
+  const Kiv::String text = "Pkt" + std::to_string(pktCtx.packetNumber()) + ": " + Kiv::String(outcome);
+  traceBoth(site, text, pktCtx.matchingTraceFilter());
+}
+
+void traceOutcome(PacketContext pktCtx, const Skein::CallSite& site, std::string_view outcome) {
+  if (ringTraced(site, pktCtx.matchingTraceFilter()) || textTraced()) writeOutcome(pktCtx, site, outcome);
+}
+
+void traceDecline(std::string_view function, int line, std::string_view what, std::string_view of = {}) {
+  if (textTraced()) textTrace(function, line, Kiv::String(what).append(of));
+}
+
+// The TCP or UDP header right behind the IP header, else null: no extension header is looked through.
+const PacketHeader* l4Header(const PacketHeader& next) {
+  return next.name() == HeaderName::Udp || next.name() == HeaderName::Tcp ? &next : nullptr;
+}
+
+// Every IP packet has an entry behind its IP header; the parser sees to that.
+const PacketHeader& headerBehind(PacketContext pktCtx, const PacketHeader& ipHeader) {
+  return *pktCtx.parsedPacket().header(ipHeader.position() + std::size_t{1});
+}
+
+template <class Domain>
+FlowKey<Domain> flowKey(PacketContext pktCtx, const PacketHeader& ipHeader, const PacketHeader& l4,
+                        std::uint16_t vlan) {
+  using Header = typename IpFamily<Domain>::Header;
+  const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
+  const Pavo::L4Ports ports(pktCtx.pkt().offsetFront(l4.offset(), Pavo::L4Ports::kBytes));
+  FlowKey<Domain> key;
+  key.vlan = vlan;
+  key.srcAddr = ip.src();
+  key.dstAddr = ip.dst();
+  key.ipProto = ip.protocolNum();
+  key.srcPort = ports.srcPort();
+  key.dstPort = ports.dstPort();
+  return key;
+}
+
+Pavo::IntfId flowIntf(PacketContext pktCtx, AllowedTrafficDirection direction, const Pavo::IntfId& intfId) {
+  if (direction == AllowedTrafficDirection::egress) return intfId;
+  const auto& port = pktCtx.inputPort();
+  return port ? port->intfId() : Pavo::IntfId();
+}
+
+[[noreturn, gnu::cold]] void stopWithoutInterface() {
+  std::fputs("SampledFlowTracker: maybeOffloadIp: Assertion `intfId != Pavo::IntfId()' failed.\n", stderr);
+  std::abort();
+}
+
+template <class Domain>
+[[gnu::cold]] void reportCorruption(const HoFlowStatus& status,
+                                    const Fenn::CorruptionDetectedException& damage) {
+  status.map<Domain>().doCorruptionDetected(damage.what());
+}
+
+// The state of the flow's status record, none when it has no record. A record carries the key under which it
+// was found, and that key has an interface: a record that was found is never equal to a default one.
+template <class Domain>
+HoFlowState statusOf(const HoFlowStatus* status, const HoFlowKey<Domain>& key,
+                     Pexa::PacketState::LookAhead& ahead, bool& found) {
+  found = false;
+  HoFlowStatusRecord<Domain> record;
+  if (status != nullptr) {
+    const auto& map = status->map<Domain>();
+    try {
+      found = map.find(key, ahead.valid ? ahead.hash : map.hash(key), record);
+    } catch (const Fenn::CorruptionDetectedException& damage) {
+      reportCorruption<Domain>(*status, damage);
+    }
+  }
+  ahead.valid = false;
+  return found ? record.state : HoFlowState::none;
+}
+
+}  // namespace
+
+template <class Domain>
+bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
+                    const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters, const PacketHeader& ipHeader,
+                    PacketContext pktCtx, AllowedTrafficDirection direction, const Pavo::IntfId& intfId) {
+  static constinit Skein::CallSite noStatus("Sft", kTraceFile, __LINE__, "maybeOffloadIp",
+                                            Skein::Volume::packet);
+  static constinit Skein::CallSite notInHardware("Sft", kTraceFile, __LINE__, "maybeOffloadIp",
+                                                 Skein::Volume::packet);
+  static constinit Skein::CallSite offloaded("Sft", kTraceFile, __LINE__, "maybeOffloadIp",
+                                             Skein::Volume::packet);
+
+  const PacketHeader& next = headerBehind(pktCtx, ipHeader);
+  const PacketHeader* l4 = l4Header(next);
+  if (l4 == nullptr) {
+    traceDecline("maybeOffloadIp", __LINE__, "not tcp/udp ", Pexa::stringValue(next.name()));
+    return false;
+  }
+  const HoFlowKey<Domain> key(flowKey<Domain>(pktCtx, ipHeader, *l4, pktCtx.vlanId().value()), direction,
+                              flowIntf(pktCtx, direction, intfId));
+  if (key.intfId.empty()) stopWithoutInterface();
+
+  bool found = false;
+  const HoFlowState state = statusOf(hoFlowStatus.get(), key, pktCtx.lookAhead(direction), found);
+  if (!found) {
+    countReason(pktCtx, kDrop, "No flow status");
+    traceOutcome(pktCtx, noStatus, "No flow status");
+    return false;
+  }
+  if (state != HoFlowState::inHardware) {
+    countReason(pktCtx, kDrop, "Flow state not in hardware");
+    traceOutcome(pktCtx, notInHardware, "Flow state not in hardware");
+    return false;
+  }
+  using Header = typename IpFamily<Domain>::Header;
+  const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
+  localHoCounters->counterIs(key.ipFlowKey)->hoCount(key.intfId, ip.packetBytes());
+  traceOutcome(pktCtx, offloaded, "Hw sampling packet");
+  return true;
+}
+
+template bool maybeOffloadIp<Pavo::Traits::IPv4>(const Kiv::Ptr<const HoFlowStatus>&,
+                                                 const Kiv::Ptr<PexaSftHoCounterCollection>&,
+                                                 const PacketHeader&, PacketContext, AllowedTrafficDirection,
+                                                 const Pavo::IntfId&);
+template bool maybeOffloadIp<Pavo::Traits::IPv6>(const Kiv::Ptr<const HoFlowStatus>&,
+                                                 const Kiv::Ptr<PexaSftHoCounterCollection>&,
+                                                 const PacketHeader&, PacketContext, AllowedTrafficDirection,
+                                                 const Pavo::IntfId&);
+
+namespace {
+
+bool isOf(const PacketHeader& ipHeader, bool ipv4, bool ipv6) {
+  return (ipv4 && ipHeader.name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) ||
+         (ipv6 && ipHeader.name() == IpFamily<Pavo::Traits::IPv6>::kHeaderName);
+}
+
+// The packet's IP header when its family is offloaded, else null.
+const PacketHeader* offloadedHeader(PacketContext pktCtx, bool ipv4, bool ipv6) {
+  pktCtx.parsedPacket().maybeDoFullParse();
+  const PacketHeader* ipHeader = pktCtx.parsedPacket().firstHeaderIpAnyVersion();
+  return ipHeader != nullptr && isOf(*ipHeader, ipv4, ipv6) ? ipHeader : nullptr;
+}
+
+}  // namespace
+
+bool maybeOffloadCommon(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
+                        const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters, PacketContext pktCtx,
+                        AllowedTrafficDirection direction, const Pavo::IntfId& intfId, bool hwOffloadIpv4,
+                        bool hwOffloadIpv6) {
+  const PacketHeader* ipHeader = offloadedHeader(pktCtx, hwOffloadIpv4, hwOffloadIpv6);
+  if (ipHeader == nullptr) {
+    traceDecline("maybeOffloadCommon", __LINE__, "maybeOffloadCommon Not IPv4 or IPv6");
+    return false;
+  }
+  const auto offload = [&]<class Domain>(Domain) {
+    countReason(pktCtx, kAction, IpFamily<Domain>::kOffloadingReason);
+    return maybeOffloadIp<Domain>(hoFlowStatus, localHoCounters, *ipHeader, pktCtx, direction, intfId);
+  };
+  switch (ipHeader->name()) {
+    case HeaderName::Ipv4:
+      return offload(Pavo::Traits::IPv4());
+    case HeaderName::Ipv6:
+      return offload(Pavo::Traits::IPv6());
+    default:  // a guard: such a header is not offloaded
+      traceDecline("maybeOffloadCommon", __LINE__, "maybeOffloadCommon Unknown AF");
+      return false;
+  }
+}
+
+void OffloadLookAhead::first(PacketContext pktCtx, AllowedTrafficDirection direction,
+                             const Pavo::IntfId& intfId) const {
+  if (hoFlowStatus_ == nullptr) return;
+  const PacketHeader* ipHeader = offloadedHeader(pktCtx, hwOffloadIpv4_, hwOffloadIpv6_);
+  if (ipHeader == nullptr) return;
+  if (ipHeader->name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) {
+    firstIp<Pavo::Traits::IPv4>(pktCtx, *ipHeader, direction, intfId);
+  } else {
+    firstIp<Pavo::Traits::IPv6>(pktCtx, *ipHeader, direction, intfId);
+  }
+}
+
+template <class Domain>
+void OffloadLookAhead::firstIp(PacketContext pktCtx, const PacketHeader& ipHeader,
+                               AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const {
+  const PacketHeader* l4 = l4Header(headerBehind(pktCtx, ipHeader));
+  const std::uint16_t vlan = pktCtx.vlanId().raw();
+  if (l4 == nullptr || vlan > Bridging::VlanIdOrAnyOrNone::kMost) return;  // the decision itself says why not
+  const HoFlowKey<Domain> key(flowKey<Domain>(pktCtx, ipHeader, *l4, vlan), direction,
+                              flowIntf(pktCtx, direction, intfId));
+  const auto& map = hoFlowStatus_->map<Domain>();
+  auto& ahead = pktCtx.lookAhead(direction);
+  ahead.hash = map.hash(key);
+  ahead.valid = true;
+  map.prefetchIndex(ahead.hash);
+}
+
+void OffloadLookAhead::second(PacketContext pktCtx, AllowedTrafficDirection direction) const {
+  const auto& ahead = pktCtx.lookAhead(direction);
+  if (!ahead.valid) return;
+  const PacketHeader& ipHeader = *pktCtx.parsedPacket().firstHeaderIpAnyVersion();
+  if (ipHeader.name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) {
+    hoFlowStatus_->map<Pavo::Traits::IPv4>().prefetchRecord(ahead.hash);
+  } else {
+    hoFlowStatus_->map<Pavo::Traits::IPv6>().prefetchRecord(ahead.hash);
+  }
+}
+
+}  // namespace SampledFlowTracker

@@ -1,0 +1,86 @@
+#include "SamplerSteps.h"
+
+#include "OffloadDecision.h"
+#include "TraceHandles.h"
+
+namespace SampledFlowTracker {
+
+namespace {
+const Pavo::IntfId& intfOf(const PortPtr& port) {
+  static constexpr Pavo::IntfId kNone;
+  return port ? port->intfId() : kNone;
+}
+}  // namespace
+
+void OutputDirection::declined(const Pavo::IntfId& intfId) {
+  if (textTraced()) {
+    textTrace("maybeOffload", __LINE__, Kiv::String("egress not enabled on intf ").append(intfId.name()));
+  }
+}
+
+template <class Direction>
+SftSampler<Direction>::SftSampler(const HelperPtr& sftSamplerHelper, const StatusPtr& hoFlowStatus,
+                                  const CountersPtr& localHoCounters, const ConfigPtr& sftHwTrackingConfig)
+    : Direction::Step(Kiv::String(Direction::kStepName), Direction::kPosition),
+      sftSamplerHelper_(sftSamplerHelper),
+      hoFlowStatus_(hoFlowStatus),
+      localHoCounters_(localHoCounters),
+      sftHwTrackingConfig_(sftHwTrackingConfig) {}
+
+template <class Direction>
+const Kiv::Type& SftSampler<Direction>::kivType() {
+  static const Kiv::Type type =
+      Kiv::TypeBuilder<SftSampler>(Kiv::String(Direction::kTypeName))
+          .attribute("sftSamplerHelper", &SftSampler::sftSamplerHelper)
+          .attribute("hoFlowStatus", &SftSampler::hoFlowStatus)
+          .attribute("localHoCounters", &SftSampler::localHoCounters)
+          .attribute("sftHwTrackingConfig", &SftSampler::sftHwTrackingConfig)
+          .handler("maybeOffload", &SftSampler::maybeOffload, "pktCtx", "srcPort", "dstPort")
+          .constructor(&Kiv::makePtr<SftSampler, const HelperPtr&, const StatusPtr&, const CountersPtr&,
+                                     const ConfigPtr&>,
+                       "sftSamplerHelper", "hoFlowStatus", "localHoCounters", "sftHwTrackingConfig")
+          .build();
+  return type;
+}
+
+template <class Direction>
+Pexa::StepResult SftSampler<Direction>::process(Context context) {
+  if (!maybeOffload(Direction::packetContext(context), Direction::srcPort(context),
+                    Direction::dstPort(context))) {
+    Direction::sample(*sftSamplerHelper_, context);
+  }
+  return Pexa::StepResult::proceed;
+}
+
+template <class Direction>
+bool SftSampler<Direction>::maybeOffload(Pexa::PacketContext pktCtx, const PortPtr&, const PortPtr& dstPort) {
+  const bool ipv4 = hwOffloadIpv4();
+  const bool ipv6 = hwOffloadIpv6();
+  const Pavo::IntfId& intfId = intfOf(Direction::watchedPort(pktCtx, dstPort));
+  if ((!ipv4 && !ipv6) || !Direction::enabled(*sftSamplerHelper_, intfId)) {
+    Direction::declined(intfId);
+    return false;
+  }
+  return maybeOffloadCommon(hoFlowStatus_, localHoCounters_, pktCtx, Direction::kDirection,
+                            Direction::decisionIntf(intfId), ipv4, ipv6);
+}
+
+template <class Direction>
+void SftSampler<Direction>::lookAhead(std::span<const Context> burst) {
+  const bool ipv4 = hwOffloadIpv4();
+  const bool ipv6 = hwOffloadIpv6();
+  if (!ipv4 && !ipv6) return;
+  const OffloadLookAhead ahead(hoFlowStatus_.get(), ipv4, ipv6);
+  for (const Context& context : burst) {
+    const Pexa::PacketContext pktCtx = Direction::packetContext(context);
+    pktCtx.lookAhead(Direction::kDirection).valid = false;
+    const Pavo::IntfId& intfId = intfOf(Direction::watchedPort(pktCtx, Direction::dstPort(context)));
+    ahead.first(pktCtx, Direction::kDirection, intfId);
+  }
+  for (const Context& context : burst) ahead.second(Direction::packetContext(context), Direction::kDirection);
+}
+
+template class SftSampler<InputDirection>;
+template class SftSampler<OutputDirection>;
+
+}  // namespace SampledFlowTracker
