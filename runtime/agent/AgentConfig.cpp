@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "Bridging.h"
 #include "Pavo.h"
@@ -18,27 +17,6 @@ bool isAddress(const std::string& text) {
   return ::inet_pton(AF_INET, text.c_str(), bytes) == 1 || ::inet_pton(AF_INET6, text.c_str(), bytes) == 1;
 }
 
-// "192.0.2.1:6343" or "[2001:db8::1]:6343".
-SflowConfig::Collector collectorFromText(const std::string& text, const ConfigPlace& place) {
-  const auto colon = text.rfind(':');
-  std::string address = text.substr(0, colon == std::string::npos ? text.size() : colon);
-  const bool bracketed = address.size() > 2 && address.front() == '[' && address.back() == ']';
-  if (bracketed) address = address.substr(1, address.size() - 2);
-  std::uint16_t port = 0;
-  const char* end = text.data() + text.size();
-  bool right = colon != std::string::npos && isAddress(address) && bracketed == (address.find(':') != std::string::npos);
-  if (right) {
-    const auto [rest, problem] = std::from_chars(text.data() + colon + 1, end, port);
-    right = problem == std::errc() && rest == end && port != 0;
-  }
-  if (!right) {
-    throw ConfigError(place, fmt::format("collector \"{}\" is no address and port, expected \"192.0.2.1:6343\" or "
-                                         "\"[2001:db8::1]:6343\"",
-                                         text));
-  }
-  return {address, port};
-}
-
 class Reader {
  public:
   Reader(const std::filesystem::path& file, const toml::table& tree) : top_(file.string(), tree, "the file") {
@@ -46,8 +24,8 @@ class Reader {
   }
 
   AgentConfig read() {
-    top_.refuseUnknownKeys({"mode", "run_dir", "plugins", "port", "forward", "replay", "sflow", "state", "trace_filter",
-                            "trace"});
+    top_.refuseUnknownKeys({"mode", "run_dir", "plugins", "port", "forward", "replay", "sflow", "state",
+                            "trace_filter", "trace"});
     readMode();
     if (const auto dir = top_.string("run_dir")) config_.runDir = fromHere(*dir);
     top_.strings("plugins", [&](std::string library, ConfigPlace place) {
@@ -72,7 +50,8 @@ class Reader {
     const auto mode = top_.string("mode");
     if (!mode || *mode == "active") return;
     if (*mode != "standby") {
-      throw ConfigError(top_.placeOf("mode"), fmt::format("mode \"{}\", expected \"active\" or \"standby\"", *mode));
+      throw ConfigError(top_.placeOf("mode"),
+                        fmt::format("mode \"{}\", expected \"active\" or \"standby\"", *mode));
     }
     config_.mode = PexaMode::standby;
   }
@@ -84,9 +63,10 @@ class Reader {
     const auto pace = table->string("pace");
     if (!pace || *pace == "fast") return;
     if (*pace != "recorded") {
-      throw ConfigError(table->placeOf("pace"), fmt::format("pace \"{}\", expected \"fast\" or \"recorded\"", *pace));
+      throw ConfigError(table->placeOf("pace"),
+                        fmt::format("pace \"{}\", expected \"fast\" or \"recorded\"", *pace));
     }
-    config_.pace = ReplayPace::recorded;
+    config_.pace = Capture::Pace::recorded;
   }
 
   void readPort(const TomlTable& table) {
@@ -95,7 +75,8 @@ class Reader {
     port.place = table.place();
     port.name = table.neededString("name");
     checkPortName(port.name, table.placeOf("name"));
-    port.vlan = static_cast<std::uint16_t>(table.integer("vlan", 0, Bridging::VlanIdOrAnyOrNone::kMost).value_or(1));
+    port.vlan =
+        static_cast<std::uint16_t>(table.integer("vlan", 0, Bridging::VlanIdOrAnyOrNone::kMost).value_or(1));
     readSource(table, port);
     config_.ports.push_back(std::move(port));
   }
@@ -108,25 +89,29 @@ class Reader {
                                            Pavo::IntfId::kMost));
     }
     if (const PortConfig* other = find(name)) {
-      throw ConfigError(place, fmt::format("port \"{}\" is already there on line {}, expected a name of its own", name,
-                                           other->place.line));
+      throw ConfigError(
+          place, fmt::format("port \"{}\" is already there on line {}, expected a name of its own", name,
+                             other->place.line));
     }
   }
 
   void readSource(const TomlTable& table, PortConfig& port) const {
-    static constexpr std::pair<std::string_view, PortKind> kSources[] = {
-        {"capture", PortKind::capture}, {"device", PortKind::device}, {"write", PortKind::write}};
+    static constexpr std::pair<std::string_view, Capture::PortKind> kSources[] = {
+        {"capture", Capture::PortKind::capture},
+        {"device", Capture::PortKind::device},
+        {"write", Capture::PortKind::write}};
     unsigned sources = 0;
     for (const auto& [key, kind] : kSources) {
       const auto source = table.string(key);
       if (!source) continue;
       ++sources;
       port.kind = kind;
-      port.source = kind == PortKind::device ? *source : fromHere(*source);
+      port.source = kind == Capture::PortKind::device ? *source : fromHere(*source);
     }
     if (sources != 1) {
-      throw ConfigError(port.place, fmt::format("port \"{}\" has {}, expected one of capture, device and write",
-                                                port.name, sources == 0 ? "no source" : "more than one source"));
+      throw ConfigError(
+          port.place, fmt::format("port \"{}\" has {}, expected one of capture, device and write", port.name,
+                                  sources == 0 ? "no source" : "more than one source"));
     }
     checkSourceIsFree(port);
   }
@@ -134,9 +119,11 @@ class Reader {
   // Two ports may replay one capture; they may not share an interface or write into one file.
   void checkSourceIsFree(const PortConfig& port) const {
     for (const PortConfig& other : config_.ports) {
-      if (other.kind != port.kind || other.source != port.source || port.kind == PortKind::capture) continue;
-      throw ConfigError(port.place, fmt::format("\"{}\" of port \"{}\" is already port \"{}\"'s, expected another one",
-                                                port.source, port.name, other.name));
+      if (other.kind != port.kind || other.source != port.source || port.kind == Capture::PortKind::capture)
+        continue;
+      throw ConfigError(port.place,
+                        fmt::format("\"{}\" of port \"{}\" is already port \"{}\"'s, expected another one",
+                                    port.source, port.name, other.name));
     }
   }
 
@@ -152,18 +139,21 @@ class Reader {
       const ConfigPlace place = table.placeOf(node.source());
       const PortConfig& source = forwardedPort(from, place);
       const PortConfig& target = forwardedPort(*to, place);
-      if (source.kind == PortKind::write) {
-        throw ConfigError(place, fmt::format("nothing enters on port \"{}\", which writes a capture, expected a port "
-                                             "with a capture to replay or a device",
-                                             from));
+      if (source.kind == Capture::PortKind::write) {
+        throw ConfigError(
+            place, fmt::format("nothing enters on port \"{}\", which writes a capture, expected a port "
+                               "with a capture to replay or a device",
+                               from));
       }
-      if (target.kind == PortKind::capture) {
-        throw ConfigError(place, fmt::format("nothing can leave on port \"{}\", which replays a capture, expected a "
-                                             "port with a device or a capture to write",
-                                             *to));
+      if (target.kind == Capture::PortKind::capture) {
+        throw ConfigError(place,
+                          fmt::format("nothing can leave on port \"{}\", which replays a capture, expected a "
+                                      "port with a device or a capture to write",
+                                      *to));
       }
       if (from == *to) {
-        throw ConfigError(place, fmt::format("port \"{}\" is forwarded to itself, expected another port", from));
+        throw ConfigError(place,
+                          fmt::format("port \"{}\" is forwarded to itself, expected another port", from));
       }
       config_.forwards.push_back({std::string(from), *to, place});
     });
@@ -171,9 +161,10 @@ class Reader {
 
   const PortConfig& forwardedPort(std::string_view name, const ConfigPlace& place) const {
     if (const PortConfig* port = find(name)) return *port;
-    throw ConfigError(place, fmt::format("[forward] names port \"{}\", which is not there, expected the name of a "
-                                         "[[port]]",
-                                         name));
+    throw ConfigError(place,
+                      fmt::format("[forward] names port \"{}\", which is not there, expected the name of a "
+                                  "[[port]]",
+                                  name));
   }
 
   void readSflow(const TomlTable& table) {
@@ -186,7 +177,7 @@ class Reader {
                         fmt::format("agent \"{}\", expected an IPv4 or IPv6 address", sflow.agent));
     }
     table.strings("collectors", [&](const std::string& text, const ConfigPlace& place) {
-      sflow.collectors.push_back(collectorFromText(text, place));
+      sflow.collectors.push_back({text, place});
     });
     if (sflow.collectors.empty()) {
       throw ConfigError(sflow.place, "[sflow] has no collectors, expected collectors = [\"192.0.2.1:6343\"]");
@@ -201,7 +192,8 @@ class Reader {
       state.path = path;
       state.place = table.place();
       table.members([&](std::string_view name, const toml::node& node) {
-        state.attributes.push_back({std::string(name), table.value(name, node), table.placeOf(node.source())});
+        state.attributes.push_back(
+            {std::string(name), table.value(name, node), table.placeOf(node.source())});
       });
       config_.states.push_back(std::move(state));
     });
@@ -213,9 +205,10 @@ class Reader {
                              table.placeOf("expression")};
     for (const TraceFilterConfig& other : config_.traceFilters) {
       if (other.name != filter.name) continue;
-      throw ConfigError(table.placeOf("name"), fmt::format("trace filter \"{}\" is already there, expected a name of "
-                                                           "its own",
-                                                           filter.name));
+      throw ConfigError(table.placeOf("name"),
+                        fmt::format("trace filter \"{}\" is already there, expected a name of "
+                                    "its own",
+                                    filter.name));
     }
     config_.traceFilters.push_back(std::move(filter));
   }

@@ -6,7 +6,7 @@
 //   [[port]]                             # name, one of capture, device and write, vlan = 1
 //   [forward]                            # port = "port": what enters the left leaves the right
 //   [replay]                             # pace = "fast" or "recorded"
-//   [sflow]                              # agent = "ADDRESS", collectors = ["ADDRESS:PORT"]
+//   [sflow]                              # agent = "ADDRESS", collectors = ["HOST:PORT"]
 //   [state."path"]                       # attribute = value
 //   [[trace_filter]]                     # name, expression (as of tcpdump): whose packets are traced
 //   [trace.level]                        # "Pexa::Sft" = 0 to 9: text traces to the log
@@ -23,15 +23,14 @@
 #include "ConfigError.h"
 #include "Kiv.h"
 #include "PexaPlugin.h"
+#include "capture/PortDevice.h"
+#include "capture/ReplayPort.h"
 
 namespace Pexa {
 
-enum class PortKind : std::uint8_t { capture, device, write };
-enum class ReplayPace : std::uint8_t { fast, recorded };
-
 struct PortConfig {
-  std::string name;    // also its interface id
-  PortKind kind = PortKind::capture;
+  std::string name;  // also its interface id
+  Capture::PortKind kind = Capture::PortKind::capture;
   std::string source;  // path of the capture, or name of the Linux interface
   std::uint16_t vlan = 1;
   ConfigPlace place;
@@ -50,8 +49,8 @@ struct PluginConfig {
 
 struct SflowConfig {
   struct Collector {
-    std::string address;
-    std::uint16_t port = 0;
+    std::string text;  // "HOST:PORT"
+    ConfigPlace place;
   };
   std::string agent;
   std::vector<Collector> collectors;
@@ -87,7 +86,7 @@ struct AgentConfig {
   std::vector<PluginConfig> plugins;
   std::vector<PortConfig> ports;
   std::vector<ForwardConfig> forwards;
-  ReplayPace pace = ReplayPace::fast;
+  Capture::Pace pace = Capture::Pace::fast;
   std::optional<SflowConfig> sflow;  // none: samples are taken and counted, and go nowhere
   std::vector<StateConfig> states;
   std::vector<TraceFilterConfig> traceFilters;
@@ -95,7 +94,8 @@ struct AgentConfig {
 };
 
 // Reads and checks a configuration file. Throws ConfigError at the first thing that is wrong: no file, broken
-// TOML, an unknown key, a wrong type, a port twice, a port with no or two sources, a forward that leads nowhere.
+// TOML, an unknown key, a wrong type, a port twice, a port with no or two sources, a forward that leads
+// nowhere.
 AgentConfig readAgentConfig(const std::filesystem::path& file);
 
 }  // namespace Pexa

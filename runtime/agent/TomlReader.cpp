@@ -14,13 +14,20 @@ namespace {
 
 std::string described(const toml::node& node) {
   switch (node.type()) {
-    case toml::node_type::string: return fmt::format("\"{}\"", node.as_string()->get());
-    case toml::node_type::integer: return fmt::format("{}", node.as_integer()->get());
-    case toml::node_type::boolean: return node.as_boolean()->get() ? "true" : "false";
-    case toml::node_type::floating_point: return fmt::format("{}", node.as_floating_point()->get());
-    case toml::node_type::array: return "an array";
-    case toml::node_type::table: return "a table";
-    default: return "a date or time";
+    case toml::node_type::string:
+      return fmt::format("\"{}\"", node.as_string()->get());
+    case toml::node_type::integer:
+      return fmt::format("{}", node.as_integer()->get());
+    case toml::node_type::boolean:
+      return node.as_boolean()->get() ? "true" : "false";
+    case toml::node_type::floating_point:
+      return fmt::format("{}", node.as_floating_point()->get());
+    case toml::node_type::array:
+      return "an array";
+    case toml::node_type::table:
+      return "a table";
+    default:
+      return "a date or time";
   }
 }
 
@@ -31,7 +38,8 @@ toml::table parseToml(const std::filesystem::path& file) {
   std::error_code ignored;
   if (!in || std::filesystem::is_directory(file, ignored)) {
     const char* why = in ? "is a folder" : std::strerror(errno);
-    throw ConfigError({file.string(), 0}, fmt::format("cannot read the configuration: {}, expected a TOML file", why));
+    throw ConfigError({file.string(), 0},
+                      fmt::format("cannot read the configuration: {}, expected a TOML file", why));
   }
   const std::string text{std::istreambuf_iterator<char>(in), {}};
   try {
@@ -57,8 +65,8 @@ void TomlTable::refuse(const toml::node& node, std::string_view key, std::string
 void TomlTable::refuseUnknownKeys(std::initializer_list<std::string_view> known) const {
   for (const auto& [key, node] : *table_) {
     if (std::find(known.begin(), known.end(), key.str()) != known.end()) continue;
-    throw ConfigError(placeOf(key.source()), fmt::format("unknown key \"{}\" in {}, expected one of: {}", key.str(),
-                                                         what_, fmt::join(known, ", ")));
+    throw ConfigError(placeOf(key.source()), fmt::format("unknown key \"{}\" in {}, expected one of: {}",
+                                                         key.str(), what_, fmt::join(known, ", ")));
   }
 }
 
@@ -75,7 +83,8 @@ std::string TomlTable::neededString(std::string_view key) const {
   throw ConfigError(place(), fmt::format("{} has no \"{}\", expected {} = \"...\"", what_, key, key));
 }
 
-std::optional<std::int64_t> TomlTable::integer(std::string_view key, std::int64_t least, std::int64_t most) const {
+std::optional<std::int64_t> TomlTable::integer(std::string_view key, std::int64_t least,
+                                               std::int64_t most) const {
   const toml::node* node = table_->get(key);
   if (node == nullptr) return std::nullopt;
   const auto* number = node->as_integer();
@@ -105,10 +114,14 @@ void TomlTable::eachString(const toml::node& node, std::string_view key,
 
 Kiv::Value TomlTable::value(std::string_view key, const toml::node& node) const {
   switch (node.type()) {
-    case toml::node_type::string: return node.as_string()->get();
-    case toml::node_type::integer: return node.as_integer()->get();
-    case toml::node_type::boolean: return node.as_boolean()->get();
-    case toml::node_type::floating_point: return node.as_floating_point()->get();
+    case toml::node_type::string:
+      return node.as_string()->get();
+    case toml::node_type::integer:
+      return node.as_integer()->get();
+    case toml::node_type::boolean:
+      return node.as_boolean()->get();
+    case toml::node_type::floating_point:
+      return node.as_floating_point()->get();
     case toml::node_type::array: {
       Kiv::Value::List list;
       for (const toml::node& one : *node.as_array()) list.push_back(value(key, one));
@@ -116,10 +129,12 @@ Kiv::Value TomlTable::value(std::string_view key, const toml::node& node) const 
     }
     case toml::node_type::table: {
       Kiv::Value::Object object;
-      for (const auto& [name, one] : *node.as_table()) object.emplace_back(name.str(), value(name.str(), one));
+      for (const auto& [name, one] : *node.as_table())
+        object.emplace_back(name.str(), value(name.str(), one));
       return object;
     }
-    default: refuse(node, key, "a string, a number, true, false, a list or a table");
+    default:
+      refuse(node, key, "a string, a number, true, false, a list or a table");
   }
 }
 

@@ -48,8 +48,10 @@ class TomlTable {
     const toml::node* node = table_->get(key);
     if (node == nullptr) return;
     const toml::array* list = node->as_array();
-    if (list == nullptr || !list->is_array_of_tables()) refuse(*node, key, "tables [[" + std::string(key) + "]]");
-    for (const toml::node& one : *list) each(TomlTable(file_, *one.as_table(), "[[" + std::string(key) + "]]"));
+    if (list == nullptr || !list->is_array_of_tables())
+      refuse(*node, key, "tables [[" + std::string(key) + "]]");
+    for (const toml::node& one : *list)
+      each(TomlTable(file_, *one.as_table(), "[[" + std::string(key) + "]]"));
   }
   // Calls with (key, node) for each member.
   template <class Each>

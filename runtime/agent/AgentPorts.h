@@ -1,0 +1,56 @@
+// The agent's ports: what the configuration names, opened, and where each one's packets go.
+//
+// Neighbours: capture/PortDevice.h is what stands behind a port; PatchPanel.h moves packets between them.
+// Threading: the event thread.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "AgentConfig.h"
+#include "Interface.h"
+#include "PexaPort.h"
+#include "capture/PortDevice.h"
+#include "sflow/Counters.h"
+
+namespace Pexa {
+
+struct AgentPort {
+  Kiv::Ptr<const PexaPortBase> port;
+  std::unique_ptr<Capture::PortDevice> device;
+  AgentPort* forward = nullptr;  // where its packets leave; null: nowhere
+  ConfigPlace place;
+  bool endReported = false;
+};
+
+class AgentPorts : public Sflow::CounterSource {
+ public:
+  // Opens every port. Throws ConfigError, at the port's line, for one that cannot be: no such capture or
+  // interface, not Ethernet, a file that cannot be written.
+  explicit AgentPorts(const AgentConfig& config);
+
+  std::vector<AgentPort>& all() { return ports_; }
+  const std::vector<AgentPort>& all() const { return ports_; }
+  // The table that plugins see.
+  const Kiv::Ptr<Ports>& table() const { return table_; }
+
+  bool replaying() const;
+  bool anyDamaged() const;
+  // Logs each capture whose replay came to its end since the last call.
+  void reportEnds();
+  // Hands what is written so far to the files.
+  void flush();
+  // Puts each port's present status into the directory.
+  void statusInto(Interface::EthIntfStatusDir& dir) const;
+  // An object a port, for `sft ports`.
+  Kiv::Value::List rows();
+
+  std::uint32_t ports() const override { return static_cast<std::uint32_t>(ports_.size()); }
+  Sflow::IfCounters ifCounters(std::uint32_t portIndex) const override;
+
+ private:
+  std::vector<AgentPort> ports_;
+  Kiv::Ptr<Ports> table_;
+};
+
+}  // namespace Pexa

@@ -1,0 +1,42 @@
+// The agent's own work between bursts: sFlow export and the status of its ports.
+#pragma once
+
+#include "AgentPorts.h"
+#include "Interface.h"
+#include "Work.h"
+#include "sflow/SflowExporter.h"
+
+namespace Pexa {
+
+// Sends samples as they come together, and interface counters when they are due.
+class ExportWork : public Work {
+ public:
+  explicit ExportWork(Sflow::SflowExporter& exporter) : exporter_(exporter) {}
+  double next() const override { return exporter_.nextCounters(); }
+  void run(double /*now*/) override { exporter_.countersDue(); }
+  void flush() override { exporter_.flush(); }
+
+ private:
+  Sflow::SflowExporter& exporter_;
+};
+
+// Keeps the interface status directory as the ports are.
+class PortStatusWork : public Work {
+ public:
+  static constexpr double kInterval = 1.0;  // seconds
+
+  PortStatusWork(const AgentPorts& ports, Kiv::Ptr<Interface::EthIntfStatusDir> dir)
+      : ports_(ports), dir_(std::move(dir)) {}
+  double next() const override { return next_; }
+  void run(double now) override {
+    ports_.statusInto(*dir_);
+    next_ = now + kInterval;
+  }
+
+ private:
+  const AgentPorts& ports_;
+  Kiv::Ptr<Interface::EthIntfStatusDir> dir_;
+  double next_ = 0;
+};
+
+}  // namespace Pexa

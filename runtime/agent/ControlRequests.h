@@ -1,0 +1,67 @@
+// What a client of the control socket may ask of a running agent. A request is an object whose member
+// "request" names it; the other members are its arguments:
+//
+//   ports, samples, reasons                          a row for each
+//   local                                            a row for each local counter of every collection
+//   local display                                    {"collection","keyType","text"} for each collection
+//   state get   path [attribute]                     one row: the attributes with their values
+//   state set   path attribute value
+//   attr get    entity [name]                        likewise, for any entity (EntityFinder.h)
+//   attr set    entity name value
+//   attr call   entity name arguments                one row {"result"}; arguments is an object
+//   trace levels                                     {"name","channel","level"} for each
+//   trace level name level                           level -1 to 9
+//
+// Threading: the event thread.
+#pragma once
+
+#include "AgentPorts.h"
+#include "ControlSocket.h"
+#include "EntityFinder.h"
+#include "mirro/StateDatabase.h"
+#include "pexa/NamedCounters.h"
+#include "sflow/SflowExporter.h"
+#include "skein/TraceRing.h"
+
+namespace Pexa {
+
+class ControlRequests {
+ public:
+  struct Parts {
+    Mirro::StateDatabase& state;
+    PluginManager& manager;
+    AgentPorts& ports;
+    NamedCounters& reasons;
+    Sflow::SflowExporter& exporter;
+    Skein::TraceRing& trace;
+  };
+  // The parts must outlive this.
+  explicit ControlRequests(const Parts& parts) : parts_(parts), finder_(parts.state, parts.manager) {}
+
+  // Throws std::runtime_error (Kiv::TypeError, Kiv::ValueError) with what is wrong; nothing is changed then.
+  ControlSocket::Rows answer(const Kiv::Value& request);
+
+ private:
+  using Rows = ControlSocket::Rows;
+  Rows ports(const Kiv::Value& request);
+  Rows samples(const Kiv::Value& request);
+  Rows reasons(const Kiv::Value& request);
+  Rows local(const Kiv::Value& request);
+  Rows localDisplay(const Kiv::Value& request);
+  Rows stateGet(const Kiv::Value& request);
+  Rows stateSet(const Kiv::Value& request);
+  Rows attrGet(const Kiv::Value& request);
+  Rows attrSet(const Kiv::Value& request);
+  Rows attrCall(const Kiv::Value& request);
+  Rows traceLevels(const Kiv::Value& request);
+  Rows traceLevel(const Kiv::Value& request);
+  Kiv::Value withEntities(const Kiv::Value& value) const;
+
+  struct Request;
+  static const Request kRequests[];
+
+  Parts parts_;
+  EntityFinder finder_;
+};
+
+}  // namespace Pexa

@@ -1,0 +1,59 @@
+// The agent's one thread. A turn of the loop: a burst of packets from each port, then a slice of every piece
+// of work that is due, then descriptors and signals. When a turn brought no packets and no work is due, the
+// loop sleeps until a descriptor becomes readable or something becomes due.
+//
+// Neighbours: PatchPanel.h has the packets, Work.h the work; control socket and signals come through the
+// io_context.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "AgentPorts.h"
+#include "PatchPanel.h"
+#include "Work.h"
+
+namespace asio {
+class io_context;
+}
+
+namespace Pexa {
+
+class EventLoop {
+ public:
+  // While packets keep coming, descriptors are looked at every so many turns.
+  static constexpr unsigned kTurnsPerLook = 16;
+  static constexpr double kLongestSleep = 1.0;  // seconds; bounds what a step of the system's clock can do
+
+  // All that is referred to must outlive the loop.
+  EventLoop(asio::io_context& io, AgentPorts& ports, PatchPanel& panel);
+  ~EventLoop();
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  // Adds a piece of work, behind those that are there. REQUIRES: it outlives the loop.
+  void workIs(Work* work) { work_.push_back(work); }
+
+  // Runs until stop(), or, if so asked, until no capture is being replayed and no work is left.
+  void run(bool untilEnd);
+  // Ends run() after the present turn. May be called from within a turn.
+  void stop() { stopped_ = true; }
+
+ private:
+  class Waits;
+  bool runDueWork();
+  void flush();
+  bool atEnd() const;
+  void lookAtDescriptors();
+  void sleep();
+
+  asio::io_context& io_;
+  AgentPorts& ports_;
+  PatchPanel& panel_;
+  std::vector<Work*> work_;
+  std::unique_ptr<Waits> waits_;
+  bool stopped_ = false;
+};
+
+}  // namespace Pexa

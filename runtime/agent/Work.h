@@ -1,0 +1,23 @@
+// What the agent does between bursts of packets: the event loop gives each piece of work its slice.
+#pragma once
+
+#include <limits>
+
+namespace Pexa {
+
+class Work {
+ public:
+  static constexpr double kNever = std::numeric_limits<double>::infinity();
+
+  virtual ~Work() = default;
+  // When there is something to do next: UTC seconds, a time that has passed for now, kNever for not at all.
+  virtual double next() const = 0;
+  // Does what is due, at most a slice of it (about a millisecond). The time is the loop's, UTC seconds.
+  virtual void run(double now) = 0;
+  // Hands on what has been collected. Called now and then while packets come, and before the loop sleeps.
+  virtual void flush() {}
+  // Whether something is waiting that must still be done before an agent that runs until the end may leave.
+  virtual bool unfinished() const { return false; }
+};
+
+}  // namespace Pexa
