@@ -1,18 +1,21 @@
 // The map of a shared table: keyed lookup without locks, walks in table order, insert or overwrite, delete.
 //
 //   record = status.hoIpFlowStatus().get(key);             // a default record when there is none
-//   for (auto e = map.first(r); e; e = map.after(key, r)) { key = r.key; ... }
+//   for (bool more = map.first(r); more; more = map.after(r.key, r)) ...
 //
 // Promises
 // Q1  A lookup gives a record as its writer stored it, or none; a record that cannot be read whole is damage.
 // Q2  A record that is overwritten is never absent: a reader gets the old one or the new one.
 // Q3  A walk meets an entry that is present during the whole walk exactly once, whatever else comes, goes or
 //     grows in between; it is resumed from any key, present or not.
-// Q4  Damage is counted and thrown as Fenn::CorruptionDetectedException; doCorruptionDetected reports it.
+// Q4  Damage is thrown as Fenn::CorruptionDetectedException, and never delivered; doCorruptionDetected counts
+// and
+//     reports it.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -27,8 +30,9 @@ namespace Quell {
 // One collection, without its types.
 class MapBase {
  public:
-  MapBase(Container& owner, std::string name, const RecordType& type);
-  ~MapBase();
+  MapBase(Container& owner, std::string name, const RecordType& type)
+      : owner_(owner), name_(std::move(name)), type_(type) {}
+  virtual ~MapBase() = default;
   MapBase(const MapBase&) = delete;
   MapBase& operator=(const MapBase&) = delete;
 
@@ -41,22 +45,37 @@ class MapBase {
   // Reports damage: counted, one line in the log a message, told to the handler that a test may set.
   void doCorruptionDetected(std::string_view message) const;
   std::uint64_t corruptions() const { return corruptions_; }
+  void corruptionHandlerIs(std::function<void(std::string_view)> handler) {
+    corruptionHandler_ = std::move(handler);
+  }
 
   // The file behind the map; null until mounted. The mounting service attaches and detaches.
   const std::shared_ptr<Table>& table() const { return table_; }
   void tableIs(std::shared_ptr<Table> table) { table_ = std::move(table); }
   Container& owner() const { return owner_; }
 
+  // The same operations on records and keys as bytes of the type's sizes, for who has no types (operator's
+  // tools); aligned to 8. The hash of a key is Table's.
+  bool findBytes(const void* key, void* out) const;
+  void insertBytes(const void* record);
+  bool eraseBytes(const void* key);
+  // A key of this map as reactors get it.
+  virtual Kiv::KeyRef keyRef(const void* key) const = 0;
+
  protected:
-  // Throws TableError when no table is attached or this process cannot become its writer.
-  Table& writable();
+  // Throws TableError when no table is attached.
+  Table& writable() const;
+  // Tells the reactors in this process.
+  void changed(const void* key) const { owner_.collectionChanged(*this, key); }
 
  private:
   Container& owner_;
   std::string name_;
   const RecordType& type_;
   std::shared_ptr<Table> table_;
+  std::function<void(std::string_view)> corruptionHandler_;
   mutable std::uint64_t corruptions_ = 0;
+  mutable std::string lastCorruption_;
 };
 
 // REQUIRES of Record: trivially copyable, its first member is `Key key`, no padding that is not written
@@ -66,6 +85,8 @@ class Map : public MapBase {
  public:
   static_assert(std::is_trivially_copyable_v<Record> && std::is_standard_layout_v<Record>);
   static_assert(std::has_unique_object_representations_v<Key>);
+  static_assert(sizeof(Record) <= Layout::kMostRecordBytes && sizeof(Key) <= sizeof(Record));
+  static_assert(alignof(Record) <= 8);
   using KeyType = Key;
   using RecordTypeT = Record;
   using MapBase::MapBase;
@@ -80,7 +101,8 @@ class Map : public MapBase {
     if (table()) table()->prefetchRecord(hash);
   }
 
-  // The record under a key, copied out. False when absent. Throws Fenn::CorruptionDetectedException (Q4).
+  // The record under a key, copied out. False, and `out` unchanged, when absent. Throws
+  // Fenn::CorruptionDetectedException (Q4).
   bool find(const Key& key, Record& out) const { return find(key, hash(key), out); }
   bool find(const Key& key, std::uint64_t hash, Record& out) const {
     return table() && table()->template find<sizeof(Key), sizeof(Record)>(&key, hash, &out);
@@ -92,21 +114,38 @@ class Map : public MapBase {
   // The record under a key, or a default one when absent.
   Record get(const Key& key) const { return get(key, hash(key)); }
   Record get(const Key& key, std::uint64_t hash) const {
-    Record record;
-    if (!find(key, hash, record)) record = Record();
+    Record record{};
+    find(key, hash, record);
     return record;
   }
 
-  // Walking in table order; false at the end. Damaged entries on the way throw; a walk goes on behind one
-  // with after() from the last key met, having asked skipDamaged() to step over it.
+  // Walking in table order; false at the end, `out` unchanged then. What cannot be read throws WalkDamage,
+  // once those that can have been met up to there; behind() steps over it.
   bool first(Record& out) const { return table() && table()->walkFirst(&out); }
   bool after(const Key& key, Record& out) const { return table() && table()->walkAfter(&key, &out); }
   bool atOrAfter(const Key& key, Record& out) const { return table() && table()->walkAtOrAfter(&key, &out); }
+  bool behind(const WalkDamage& damage, Record& out) const {
+    return !damage.atEnd() && table() && table()->walkFrom(damage.resumeAt(), &out);
+  }
 
-  // Inserts or overwrites the record under its own key. Throws TableError.
-  void insert(const Record& record) { writable().store(&record); }
+  // Inserts or overwrites the record under its own key, and tells this process's reactors; those of other
+  // processes hear when the table is flushed. Throws TableError.
+  void insert(const Record& record) {
+    writable().store(&record);
+    changed(&record.key);
+  }
   // Takes the record out. False, and nothing written, when absent. Throws TableError.
-  bool erase(const Key& key) { return size() != 0 && writable().erase(&key); }
+  bool erase(const Key& key) {
+    if (empty() || !writable().erase(&key)) return false;
+    changed(&key);
+    return true;
+  }
+
+  Kiv::KeyRef keyRef(const void* key) const override { return Kiv::KeyRef(*static_cast<const Key*>(key)); }
 };
+
+// Gives a map a table in memory of its own, with room for so many entries to start with; for those who need
+// no run directory. Throws TableError.
+void attachAnonymous(MapBase& map, std::size_t capacity = 64);
 
 }  // namespace Quell

@@ -1,0 +1,65 @@
+// The writer's side of the index: finding a key's entry, adding, splitting, compacting.
+//
+// Splitting a bucket: the entries that move are copied to the new bucket, the state word is stored, then they
+// are cleared in the old one. A reader that came too late into the old bucket sees the state word moved and
+// looks again; a writer that dies in between leaves entries twice, which the repair clears.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "quell/TableFile.h"
+#include "quell/TableSpace.h"
+
+namespace Quell {
+
+// One entry's place.
+struct EntryPlace {
+  Layout::Bucket* bucket = nullptr;
+  unsigned position = 0;
+  std::uint64_t entry = 0;  // 0: none there
+};
+
+class TableIndex {
+ public:
+  TableIndex(TableFile& file, TableSpace& space) : file_(file), space_(space) {}
+
+  // Takes up the state that a repair found.
+  void stateIs(std::uint64_t buckets, std::uint64_t compactions);
+  std::uint64_t buckets() const { return buckets_; }
+
+  // The place of a key's entry, its entry 0 when there is none. A record that does not match its check counts
+  // as the key's when its tag does: storing heals it. Damage in the chain (a bucket that does not match its
+  // check): `damaged` is set, and the place is empty.
+  struct Found {
+    EntryPlace place;  // of the key, or a free one; its bucket null when there is none in the chain
+    bool damaged = false;
+  };
+  Found locate(const void* key, std::uint64_t hash) const;
+
+  // Makes sure that an entry can be added where locate found no free place. False when there is no room.
+  bool reserved() { return space_.overflowFree(1); }
+  // Adds an entry to the chain of a hash. REQUIRES: reserved, or a free place.
+  void add(const EntryPlace& free, std::uint64_t hash, std::uint64_t entry);
+
+  // Splits one bucket when there are too many entries for the buckets there are. Without room for another
+  // bucket the chains grow instead.
+  void grow(std::uint64_t entries);
+
+ private:
+  struct Chain;
+  bool sameKey(std::uint64_t slot, const void* key) const;
+  Chain chain(std::uint64_t number) const;
+  void publishState();
+  void split();
+  void compact(std::uint64_t number);
+  void append(std::uint64_t number, std::uint64_t entry);
+
+  TableFile& file_;
+  TableSpace& space_;
+  std::uint64_t buckets_ = 1;
+  std::uint64_t compactions_ = 0;
+};
+
+}  // namespace Quell

@@ -1,0 +1,168 @@
+#include "quell/TableRepair.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "quell/BucketEdit.h"
+
+namespace Quell {
+
+using namespace Layout;
+
+namespace {
+
+class Repairer {
+ public:
+  explicit Repairer(TableFile& file) : file_(file) {}
+
+  TableRepair run() {
+    readState();
+    found_.slots.assign(file_.slotsInFile(), false);
+    for (std::uint64_t number = 0; number < found_.buckets; ++number) repairChain(number);
+    clearUnpublished();
+    storeCounts();
+    return std::move(found_);
+  }
+
+ private:
+  void readState() {
+    Header& header = file_.header();
+    std::uint64_t state = header.state.load(std::memory_order_relaxed);
+    if (!stateValid(state)) {
+      state = header.stateCopy.load(std::memory_order_relaxed);
+      found_.counts = true;
+      if (!stateValid(state)) {
+        throw TableError(fmt::format("{}: damaged beyond repair: the size of the index is lost (both copies)",
+                                     file_.place().fileName()));
+      }
+    }
+    found_.buckets = stateBuckets(state);
+    found_.compactions = stateCompactions(state);
+  }
+
+  void repairChain(std::uint64_t number) {
+    keys_.clear();
+    Bucket* bucket = &file_.bucket(number);
+    while (bucket != nullptr) {
+      const bool whole = bucketWhole(*bucket);
+      std::array<std::uint64_t, kEntriesPerBucket> wanted{};
+      bool changes = !whole;
+      for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
+        const std::uint64_t entry = bucket->entries[i].load(std::memory_order_relaxed);
+        wanted[i] = entry == 0 ? 0 : rightEntry(number, entry);
+        changes |= wanted[i] != entry;
+      }
+      const std::uint64_t link = metaLink(bucket->meta.load(std::memory_order_relaxed));
+      const std::uint64_t next = link == 0 || takeOverflow(link - 1) ? link : 0;
+      if (next != link) ++found_.links;
+      if (changes || next != link) {
+        if (!whole) ++found_.unfinished;
+        BucketEdit edit(*bucket);
+        for (unsigned i = 0; i < kEntriesPerBucket; ++i) edit.entryIs(i, wanted[i]);
+        edit.linkIs(next);
+      }
+      bucket = next == 0 ? nullptr : &file_.overflow(next - 1);
+    }
+  }
+
+  // The entry as it should be in a bucket's chain; 0 when it should not be there.
+  std::uint64_t rightEntry(std::uint64_t number, std::uint64_t entry) {
+    const std::uint64_t slot = entrySlot(entry);
+    if (slot >= found_.slots.size()) return drop(found_.damaged);
+    const SlotLook look = lookAtSlot(file_, slot);
+    if (!look.whole) return drop(found_.damaged);
+    if (bucketOf(look.hash, found_.buckets) != number || found_.slots[slot] || hasKey(slot, look.hash)) {
+      return drop(found_.doubles);
+    }
+    keys_.push_back({look.hash, slot});
+    found_.slots[slot] = true;
+    ++found_.entries;
+    const std::uint64_t right = entryWord(look.hash, slot);
+    if (right != entry) ++found_.tags;
+    return right;
+  }
+  static std::uint64_t drop(std::uint64_t& count) {
+    ++count;
+    return 0;
+  }
+
+  bool hasKey(std::uint64_t slot, std::uint64_t hash) const {
+    return std::any_of(keys_.begin(), keys_.end(), [&](const Seen& seen) {
+      if (seen.hash != hash) return false;
+      const Word* mine = file_.slot(slot) + 1;
+      const Word* other = file_.slot(seen.slot) + 1;
+      for (std::size_t i = 0; i < wordsFor(file_.keyBytes()); ++i) {
+        std::uint64_t differs =
+            mine[i].load(std::memory_order_relaxed) ^ other[i].load(std::memory_order_relaxed);
+        const std::size_t left = file_.keyBytes() - 8 * i;
+        if (left < 8) differs <<= 64 - 8 * left;
+        if (differs != 0) return false;
+      }
+      return true;
+    });
+  }
+
+  bool takeOverflow(std::uint64_t number) {
+    if (number >= kMostOverflowBuckets) return false;
+    if (number >= found_.overflow.size()) found_.overflow.resize(number + 1, false);
+    if (found_.overflow[number]) return false;  // two chains, or a circle
+    found_.overflow[number] = true;
+    return true;
+  }
+
+  // A split that did not come to its state word may have filled the next bucket.
+  void clearUnpublished() {
+    if (found_.buckets >= kMostBuckets || !file_.reserve(kIndexOffset, (found_.buckets + 1) * sizeof(Bucket)))
+      return;
+    Bucket& next = file_.bucket(found_.buckets);
+    const bool empty = std::all_of(next.entries.begin(), next.entries.end(), [](const Word& entry) {
+      return entry.load(std::memory_order_relaxed) == 0;
+    });
+    if (empty && bucketWhole(next) && metaLink(next.meta.load(std::memory_order_relaxed)) == 0) return;
+    ++found_.unfinished;
+    BucketEdit(next).clear();
+  }
+
+  void storeCounts() {
+    Header& header = file_.header();
+    const std::uint64_t state = stateWord(found_.buckets, found_.compactions);
+    const std::uint64_t entries = countWord(found_.entries);
+    found_.counts |= header.entries.load(std::memory_order_relaxed) != entries;
+    header.state.store(state, std::memory_order_release);
+    header.stateCopy.store(state, std::memory_order_release);
+    header.entries.store(entries, std::memory_order_release);
+  }
+
+  struct Seen {
+    std::uint64_t hash;
+    std::uint64_t slot;
+  };
+  TableFile& file_;
+  TableRepair found_;
+  std::vector<Seen> keys_;  // of the chain in hand
+};
+
+}  // namespace
+
+TableRepair repair(TableFile& file) {
+  return Repairer(file).run();
+}
+
+std::string TableRepair::text() const {
+  std::string text;
+  const auto add = [&text](std::uint64_t count, std::string_view what) {
+    if (count != 0) text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, what);
+  };
+  add(doubles, "entries left twice dropped");
+  add(damaged, "damaged records dropped");
+  add(tags, "entries put right");
+  add(links, "links dropped");
+  add(unfinished, "unfinished or damaged buckets put right");
+  if (counts) text += fmt::format("{}counts put right", text.empty() ? "" : ", ");
+  return text;
+}
+
+}  // namespace Quell

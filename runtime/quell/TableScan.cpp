@@ -1,0 +1,247 @@
+#include "quell/TableScan.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+
+#include "Quell.h"
+
+namespace Quell {
+
+using namespace Layout;
+
+namespace {
+
+// How often a look is taken at what is wrong before it counts as damage, at what changes before it counts as
+// unreadable, and at a bucket in change before its check is passed over (its writer may have died).
+constexpr unsigned kDamagedLooks = 3;
+constexpr unsigned kChangedLooks = 100000;
+constexpr unsigned kUnstableLooks = 64;
+// A chain with a damaged bucket in it is given up at this length: its links may lead in a circle.
+constexpr std::uint64_t kLongDamagedChain = 1000;
+
+}  // namespace
+
+std::string TableScan::text(const std::string& why) const {
+  return fmt::format("table {}: {}", file_.name(), why);
+}
+
+void TableScan::damage(const std::string& why) const {
+  ++table_.damages_;
+  throw Fenn::CorruptionDetectedException(text(why));
+}
+
+std::uint64_t TableScan::state() {
+  const Word& word = file_.header().state;
+  std::uint64_t state = word.load(std::memory_order_acquire);
+  if (state == table_.state_) return state;
+  if (!stateValid(state)) damage("the state of the index does not match its check");
+  table_.buckets_ = stateBuckets(state);
+  table_.mask_ = bucketMask(table_.buckets_);
+  table_.state_ = state;
+  return state;
+}
+
+bool TableScan::stateIs(std::uint64_t state) const {
+  return file_.header().state.load(std::memory_order_acquire) == state;
+}
+
+bool TableScan::slotExists(std::uint64_t slot) const {
+  if (slot < table_.slots_) return true;
+  if (slot >= kMostSlots) return false;
+  table_.slots_ = file_.slotsInFile();
+  return slot < table_.slots_;
+}
+
+TableScan::Reading TableScan::settled(const Word& cell, std::uint64_t entry, std::string why) {
+  if (cell.load(std::memory_order_acquire) != entry) return Reading::changed;
+  why_ = std::move(why);
+  return Reading::damaged;
+}
+
+TableScan::Reading TableScan::read(const Word& cell, std::uint64_t entry) {
+  const std::uint64_t slot = entrySlot(entry);
+  if (!slotExists(slot))
+    return settled(cell, entry, fmt::format("an entry names slot {}, which is not there", slot));
+  const Word* words = file_.slot(slot);
+  const std::uint64_t meta = words[0].load(std::memory_order_acquire);
+  const std::size_t count = wordsFor(file_.recordBytes());
+  for (std::size_t i = 0; i < count; ++i) words_.words[i] = words[1 + i].load(std::memory_order_acquire);
+  if (words[0].load(std::memory_order_relaxed) != meta) return Reading::changed;
+
+  if (slotFilling(meta)) {
+    // An entry never names a slot that is being filled: it was another entry's when it was read, or it is
+    // damage.
+    const Reading reading = settled(cell, entry, fmt::format("slot {} is half filled", slot));
+    return words[0].load(std::memory_order_acquire) == meta ? reading : Reading::changed;
+  }
+  hash_ = keyHash(words_.words.data(), file_.keyBytes());
+  if (!slotFits(meta, recordSum(words_.words.data(), file_.keyBytes(), file_.recordBytes(), hash_))) {
+    return settled(cell, entry, fmt::format("the record in slot {} does not match its check", slot));
+  }
+  if (entryTag(entry) != static_cast<std::uint32_t>(hash_ >> 32)) {
+    return settled(cell, entry, fmt::format("the record in slot {} is not the one its entry names", slot));
+  }
+  return Reading::whole;
+}
+
+TableScan::Reading TableScan::follow(const Word& cell, std::uint64_t entry) {
+  unsigned damagedLooks = 0;
+  for (unsigned looks = 0; looks < kChangedLooks; ++looks) {
+    const Reading reading = read(cell, entry);
+    if (reading == Reading::whole) return reading;
+    if (reading == Reading::damaged && ++damagedLooks == kDamagedLooks) return reading;
+    entry = cell.load(std::memory_order_acquire);
+    if (entry == 0) return Reading::changed;
+  }
+  why_ = "a record changed faster than it could be read";
+  return Reading::damaged;
+}
+
+TableScan::BucketLook TableScan::look(const Bucket& bucket, std::uint64_t& meta,
+                                      std::array<std::uint64_t, kEntriesPerBucket>& entries) {
+  for (unsigned looks = 0;; ++looks) {
+    meta = bucket.meta.load(std::memory_order_acquire);
+    std::uint64_t sum = 0;
+    for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
+      entries[i] = bucket.entries[i].load(std::memory_order_acquire);
+      sum += entries[i] * factor(i);
+    }
+    if (bucket.meta.load(std::memory_order_relaxed) == meta && !metaChanging(meta)) {
+      return metaFits(meta, sum) ? BucketLook::verified : BucketLook::damaged;
+    }
+    if (looks == kUnstableLooks) return BucketLook::unverified;
+  }
+}
+
+template <class Visit>
+TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit) {
+  Chain chain;
+  const Bucket* bucket = &file_.bucket(number);
+  for (std::uint64_t length = 0; length <= kMostOverflowBuckets; ++length) {
+    std::uint64_t meta = 0;
+    std::array<std::uint64_t, kEntriesPerBucket> entries{};
+    if (look(*bucket, meta, entries) == BucketLook::damaged) {
+      chain.damaged = true;
+      why_ = fmt::format("bucket {} does not match its check", number);
+    }
+    for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
+      if (entries[i] != 0 && !visit(bucket->entries[i], entries[i])) return chain;
+    }
+    const std::uint64_t link = metaLink(meta);
+    if (link == 0 || link > kMostOverflowBuckets) return chain;
+    if (chain.damaged && length > kLongDamagedChain) return chain;
+    bucket = &file_.overflow(link - 1);
+  }
+  chain.changed = true;  // only a chain that changes all the time is as long as that
+  return chain;
+}
+
+bool TableScan::find(const void* key, std::uint64_t hash, void* out) {
+  const auto tag = static_cast<std::uint32_t>(hash >> 32);
+  unsigned damagedLooks = 0;
+  for (unsigned looks = 0; looks < kChangedLooks; ++looks) {
+    const std::uint64_t before = state();
+    bool found = false;
+    bool changed = false;
+    bool damaged = false;
+    const Chain chain =
+        visitChain(bucketOf(hash, table_.buckets_, table_.mask_), [&](const Word& cell, std::uint64_t entry) {
+          if (entryTag(entry) != tag) return true;
+          const Reading reading = read(cell, entry);
+          changed |= reading == Reading::changed;
+          damaged |= reading == Reading::damaged;
+          found = reading == Reading::whole && std::memcmp(words_.words.data(), key, file_.keyBytes()) == 0;
+          return !found;
+        });
+    if (found) {
+      std::memcpy(out, words_.words.data(), file_.recordBytes());
+      return true;
+    }
+    if (!stateIs(before) || changed || chain.changed) continue;
+    if (!damaged && !chain.damaged) return false;
+    if (++damagedLooks == kDamagedLooks) damage(why_);
+  }
+  damage("a bucket changed faster than it could be read");
+}
+
+bool TableScan::isBehind(std::uint64_t position, const void* key, bool inclusive) const {
+  const std::uint64_t here = reverseBits(hash_);
+  if (here != position || key == nullptr) return here >= position;
+  const int order = std::memcmp(words_.words.data(), key, file_.keyBytes());
+  return order > 0 || (order == 0 && inclusive);
+}
+
+TableScan::Chain TableScan::nextInBucket(std::uint64_t number, std::uint64_t position, const void* key,
+                                         bool inclusive, bool& found) {
+  found = false;
+  bool damaged = false;
+  Chain chain = visitChain(number, [&](const Word& cell, std::uint64_t entry) {
+    const Reading reading = follow(cell, entry);
+    damaged |= reading == Reading::damaged;
+    if (reading != Reading::whole) return true;
+    if (bucketOf(hash_, table_.buckets_, table_.mask_) != number) return true;  // left behind by a split
+    if (!isBehind(position, key, inclusive)) return true;
+    const std::uint64_t here = reverseBits(hash_);
+    if (found && (here > bestPosition_ ||
+                  (here == bestPosition_ &&
+                   std::memcmp(words_.words.data(), best_.words.data(), file_.keyBytes()) >= 0))) {
+      return true;
+    }
+    found = true;
+    bestPosition_ = here;
+    std::memcpy(best_.words.data(), words_.words.data(), file_.recordBytes());
+    return true;
+  });
+  chain.damaged |= damaged;
+  return chain;
+}
+
+bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, void* out) {
+  unsigned looks = 0;
+  unsigned damagedLooks = 0;
+  for (;;) {
+    const std::uint64_t before = state();
+    const std::uint64_t number = bucketOf(reverseBits(position), table_.buckets_, table_.mask_);
+    bool found = false;
+    const Chain chain = nextInBucket(number, position, key, inclusive, found);
+    if (!stateIs(before) || chain.changed) {
+      if (++looks == kChangedLooks) damage("the index changed faster than it could be walked");
+      continue;
+    }
+    if (found) {
+      std::memcpy(out, best_.words.data(), file_.recordBytes());
+      return true;
+    }
+    if (chain.damaged && ++damagedLooks < kDamagedLooks) continue;
+
+    // The bucket's keys share the upper bits of their place: on to the next such prefix.
+    const unsigned bits = bucketBits(number, table_.buckets_);
+    const std::uint64_t step = bits == 0 ? 0 : std::uint64_t{1} << (64 - bits);
+    const std::uint64_t next = step == 0 ? 0 : (position & ~(step - 1)) + step;
+    if (chain.damaged) {
+      ++table_.damages_;
+      throw WalkDamage(text(why_), next == 0, next);
+    }
+    if (next == 0) return false;
+    position = next;
+    key = nullptr;
+    damagedLooks = 0;
+  }
+}
+
+std::uint64_t TableScan::entries() {
+  const std::uint64_t word = file_.header().entries.load(std::memory_order_acquire);
+  if (countValid(word)) return countOf(word);
+  std::uint64_t count = 0;  // the count is damaged: the entries themselves tell
+  state();
+  for (std::uint64_t number = 0; number < table_.buckets_; ++number) {
+    visitChain(number, [&](const Word&, std::uint64_t) {
+      ++count;
+      return true;
+    });
+  }
+  return count;
+}
+
+}  // namespace Quell
