@@ -87,8 +87,9 @@ void AgentPorts::flush() {
   for (AgentPort& port : ports_) port.device->flush();
 }
 
-void AgentPorts::statusInto(Interface::EthIntfStatusDir& dir) const {
-  for (const AgentPort& port : ports_) {
+void AgentPorts::statusInto(Interface::EthIntfStatusDir& dir) {
+  for (AgentPort& port : ports_) {
+    port.device->refresh();
     dir.interfaceStatusIs(port.port->intfId(), {port.port->portIndex() + 1, port.device->up(), 0});
   }
 }
@@ -97,7 +98,7 @@ Kiv::Value::List AgentPorts::rows() {
   Kiv::Value::List rows;
   for (AgentPort& port : ports_) {
     Capture::PortDevice& device = *port.device;
-    device.refreshCounts();
+    device.refresh();
     const Capture::PortCounts& counts = device.counts();
     Kiv::Value::Object row{{"name", port.port->name()},     {"kind", stringValue(device.kind())},
                            {"packetsIn", counts.packetsIn}, {"bytesIn", counts.bytesIn},

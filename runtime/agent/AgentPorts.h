@@ -40,8 +40,8 @@ class AgentPorts : public Sflow::CounterSource {
   void reportEnds();
   // Hands what is written so far to the files.
   void flush();
-  // Puts each port's present status into the directory.
-  void statusInto(Interface::EthIntfStatusDir& dir) const;
+  // Asks each port for its present status and puts it into the directory.
+  void statusInto(Interface::EthIntfStatusDir& dir);
   // An object a port, for `sft ports`.
   Kiv::Value::List rows();
 

@@ -25,7 +25,7 @@ class PortStatusWork : public Work {
  public:
   static constexpr double kInterval = 1.0;  // seconds
 
-  PortStatusWork(const AgentPorts& ports, Kiv::Ptr<Interface::EthIntfStatusDir> dir)
+  PortStatusWork(AgentPorts& ports, Kiv::Ptr<Interface::EthIntfStatusDir> dir)
       : ports_(ports), dir_(std::move(dir)) {}
   double next() const override { return next_; }
   void run(double now) override {
@@ -34,7 +34,7 @@ class PortStatusWork : public Work {
   }
 
  private:
-  const AgentPorts& ports_;
+  AgentPorts& ports_;
   Kiv::Ptr<Interface::EthIntfStatusDir> dir_;
   double next_ = 0;
 };

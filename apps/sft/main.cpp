@@ -1,0 +1,152 @@
+// sft [--run-dir DIR] [--json] COMMAND: the operator's command line.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <optional>
+
+#include "AgentCommands.h"
+#include "RecordTypes.h"
+#include "TableCommands.h"
+#include "TraceCommands.h"
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kMisused = 2;
+
+// What the command line says. The command that was given last stands in `run`.
+struct CommandLine {
+  Sft::Context context;
+  std::string path, collection, attribute, value, entity, name;
+  std::vector<std::string> arguments;
+  int level = 0;
+  bool follow = false;
+  std::function<void()> run;
+
+  std::optional<std::string> optional(const std::string& text) const {
+    return text.empty() ? std::nullopt : std::optional(text);
+  }
+};
+
+CLI::App* command(CLI::App& parent, const std::string& name, const std::string& what) {
+  CLI::App* app = parent.add_subcommand(name, what);
+  app->fallthrough();
+  return app;
+}
+
+void onRun(CLI::App* app, CommandLine& line, std::function<void()> run) {
+  app->callback([&line, run = std::move(run)] { line.run = run; });
+}
+
+void addTableCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* table = command(app, "table", "the shared tables of the run directory")->require_subcommand(1);
+  onRun(command(*table, "list", "path, type, entries and writer of each"), line,
+        [&line] { Sft::listTables(line.context); });
+  const auto add = [&](const std::string& name, const std::string& what, std::function<void()> run) {
+    CLI::App* sub = command(*table, name, what);
+    sub->add_option("PATH", line.path, "of the table: flowtracking/sampled/hwOffload/status")->required();
+    sub->add_option("COLLECTION", line.collection, "in it: hoIpFlowStatus")->required();
+    onRun(sub, line, std::move(run));
+  };
+  add("dump", "every record", [&line] { Sft::dumpTable(line.context, line.path, line.collection); });
+  add("put", "insert or overwrite records, a JSON object a line on standard input",
+      [&line] { Sft::putRecords(line.context, line.path, line.collection, std::cin); });
+  add("del", "delete records by their keys, a JSON object a line on standard input",
+      [&line] { Sft::deleteRecords(line.context, line.path, line.collection, std::cin); });
+}
+
+void addViews(CLI::App& app, CommandLine& line) {
+  onRun(command(app, "local", "the agent's display of its local counters; --json: every record"), line,
+        [&line] { Sft::showLocal(line.context); });
+  const auto add = [&](const std::string& name, const std::string& what) {
+    onRun(command(app, name, what), line, [&line, name] { Sft::showRows(line.context, name); });
+  };
+  add("ports", "each port: kind, packets and bytes in and out, how its replay stands");
+  add("samples", "per interface and direction: rate, pool, samples, drops");
+  add("reasons", "named counters: category, source, reason, count");
+}
+
+void addStateCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* state = command(app, "state", "the running agent's state database")->require_subcommand(1);
+  CLI::App* get = command(*state, "get", "an entity's attributes, or one of them");
+  get->add_option("PATH", line.path)->required();
+  get->add_option("ATTRIBUTE", line.attribute);
+  onRun(get, line, [&line] { Sft::stateGet(line.context, line.path, line.optional(line.attribute)); });
+  CLI::App* set = command(*state, "set", "change an attribute; VALUE is JSON, or else a string");
+  set->add_option("PATH", line.path)->required();
+  set->add_option("ATTRIBUTE", line.attribute)->required();
+  set->add_option("VALUE", line.value)->required();
+  onRun(set, line, [&line] { Sft::stateSet(line.context, line.path, line.attribute, line.value); });
+}
+
+void addAttrCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* attr = command(app, "attr", "any entity of the running agent")->require_subcommand(1);
+  CLI::App* get = command(*attr, "get", "its attributes, or one of them");
+  get->add_option("ENTITY", line.entity, "a path, a plugin, port or collection, or an attribute of one: A.b")
+      ->required();
+  get->add_option("NAME", line.name);
+  onRun(get, line, [&line] { Sft::attrGet(line.context, line.entity, line.optional(line.name)); });
+  CLI::App* set = command(*attr, "set", "change an attribute; VALUE is JSON, or else a string");
+  set->add_option("ENTITY", line.entity)->required();
+  set->add_option("NAME", line.name)->required();
+  set->add_option("VALUE", line.value)->required();
+  onRun(set, line, [&line] { Sft::attrSet(line.context, line.entity, line.name, line.value); });
+  CLI::App* call = command(*attr, "call", "invoke a handler");
+  call->add_option("ENTITY", line.entity)->required();
+  call->add_option("NAME", line.name)->required();
+  call->add_option("ARGUMENT", line.arguments, "NAME=VALUE");
+  onRun(call, line, [&line] { Sft::attrCall(line.context, line.entity, line.name, line.arguments); });
+}
+
+void addTraceCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* trace = command(app, "trace", "the trace ring")->require_subcommand(0, 1);
+  trace->add_flag("--follow", line.follow, "go on with records as they come");
+  trace->callback([trace, &line] {
+    if (trace->get_subcommands().empty()) line.run = [&line] { Sft::showTrace(line.context, line.follow); };
+  });
+  CLI::App* level =
+      command(*trace, "level", "what is traced; without arguments: what traces, and at which level");
+  CLI::Option* name =
+      level->add_option("NAME", line.name, "of a text trace, a category of the ring, a debug handler");
+  level->add_option("LEVEL", line.level, "-1 (nothing) to 9")->needs(name);
+  onRun(level, line, [level, &line] {
+    if (level->count("NAME") == 0) return Sft::showTraceLevels(line.context);
+    if (level->count("LEVEL") == 0) throw Sft::CommandError("trace level has no LEVEL, expected NAME LEVEL");
+    Sft::setTraceLevel(line.context, line.name, line.level);
+  });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app("Looks into the shared tables of a run directory and into its running agent.", "sft");
+  app.add_option("--run-dir", line.context.runDir, "of the agent")
+      ->envname("PEXA_RUN_DIR")
+      ->capture_default_str();
+  app.add_flag("--json", line.context.json, "one JSON object a line, and nothing else");
+  app.require_subcommand(1);
+  addTableCommands(app, line);
+  addViews(app, line);
+  addStateCommands(app, line);
+  addAttrCommands(app, line);
+  addTraceCommands(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    fmt::print(stderr, "sft: {}, expected a command as in sft --help\n", error.what());
+    return kMisused;
+  }
+  try {
+    FlowTracking::recordTypesRegister();
+    line.run();
+    return 0;
+  } catch (const std::runtime_error& error) {
+    fmt::print(stderr, "sft: {}\n", error.what());
+    return kFailed;
+  }
+}
