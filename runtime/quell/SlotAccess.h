@@ -16,6 +16,11 @@ struct RecordWords {
   std::array<std::uint64_t, Layout::kMostWords> words;
 };
 
+// The same for objects of a record's or key's type.
+struct RecordBytes {
+  alignas(8) std::array<std::byte, Layout::kMostRecordBytes> bytes;
+};
+
 inline std::uint64_t keyHash(const void* key, std::size_t keyBytes) {
   return XXH3_64bits(key, keyBytes);
 }
