@@ -74,9 +74,13 @@ struct Sample {
   std::uint32_t pool = 0;    // packets that could have been sampled so far, on this port and direction; wraps
   std::uint32_t drops = 0;   // samples lost so far, on this port and direction; wraps
   std::uint64_t serial = 0;  // samples taken so far on this port and direction, this one included
-};
+  SflowSamplerHelperBase* sampler = nullptr;  // who took it; never null
 
-class SflowSamplerHelperBase;
+  // The port on which it was sampled.
+  const Pexa::PexaPortBase& port() const {
+    return direction == Bridging::AllowedTrafficDirection::egress ? *output : *input;
+  }
+};
 
 // Where samples go; the agent's exporter. It also knows the samplers, for `sft samples`.
 class SampleReceiver {

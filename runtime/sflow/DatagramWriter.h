@@ -17,6 +17,7 @@ namespace Sflow {
 class DatagramWriter {
  public:
   static constexpr std::size_t kMostBytes = 1400;
+  static constexpr std::size_t kMostSamples = 16;         // no datagram holds more flow samples
   static constexpr std::uint32_t kMostHeaderBytes = 128;  // of a sampled packet
   static constexpr std::uint32_t kUnknownInterface = 0;
   static constexpr std::uint32_t kInternalInterface = 0x3fffffff;  // the agent itself

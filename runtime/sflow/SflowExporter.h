@@ -41,6 +41,7 @@ class SflowExporter : public SampleReceiver {
     std::unique_ptr<DatagramChannel> channel;
     std::uint64_t datagrams = 0;  // handed to the network
     std::uint64_t lost = 0;       // that did not get out, or that the collector refused
+    bool formerSent = false;      // whether the datagram before was handed to the network
   };
 
   // Throws Kiv::ValueError when the agent's address or a collector is no such thing. The counter source, if
@@ -62,7 +63,7 @@ class SflowExporter : public SampleReceiver {
   // the next flush().
   void countersDue();
   // UTC seconds at which countersDue() has something to do next; infinite when it never has.
-  double nextCounters() const;
+  double nextCounters();
 
   const std::vector<CollectorState>& collectors() const { return collectors_; }
 
@@ -73,7 +74,7 @@ class SflowExporter : public SampleReceiver {
     std::uint32_t counterSequence = 0;
     std::uint64_t formerPool = 0;  // of samplers that are gone
     std::uint64_t formerDrops = 0;
-    double counterTime = 0;  // when its next counter sample is due; 0: not yet known
+    double counterTime = 0;  // when its next counter sample is due, UTC
   };
   // Whose samples are in a datagram.
   struct Contents {

@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "Skein.h"
 #include "skein/TraceRing.h"
@@ -47,20 +46,17 @@ class TraceReader {
   std::uint64_t damaged() const { return damaged_; }
 
  private:
-  enum class Got { record, none, overwritten, damaged };
+  enum class Got : std::uint8_t { record, again, none };
   Got tryNext(TraceRecord& record);
-  void passDamage();
-  void passOverwritten();
   bool takeReplacement();
-  void opened();
 
   std::filesystem::path path_;
-  std::unique_ptr<RingMapping> mapping_;
-  std::uint64_t position_ = 0;
+  std::unique_ptr<RingMapping> ring_;
+  std::uint64_t position_;
   std::uint64_t expectedSerial_ = 0;  // 0: not known
   std::uint64_t lost_ = 0;
   std::uint64_t damaged_ = 0;
-  std::vector<std::uint64_t> words_;  // the record being read
+  bool inDamage_ = false;  // at a place that was counted as damaged
 };
 
 }  // namespace Skein

@@ -49,8 +49,9 @@ class TraceRing : public TraceHandle {
     std::string category;
     int level;
   };
-  // Of the categories that traced or were set, by name.
+  // Of the categories that have one of their own, by name.
   std::vector<CategoryLevel> categoryLevels() const;
+  int defaultLevel() const { return defaultLevel_; }
 
  protected:
   bool isEnabled(const CallSite& site, bool filterMatched) const override;
