@@ -22,7 +22,7 @@
 #include "capture/TraceFilters.h"
 #include "mirro/StateDatabase.h"
 #include "pexa/NamedCounters.h"
-#include "quell/SharedMemManager.h"
+#include "quell/SharedTables.h"
 #include "sflow/SflowExporter.h"
 #include "skein/TraceRing.h"
 
@@ -72,11 +72,13 @@ class Agent::Impl {
         loop_(io_, ports_, panel_),
         exportWork_(exporter_),
         statusWork_(ports_, statusDir_),
+        tableWork_(*sharedMem_),
         requests_({*state_, *manager_, ports_, reasons_, exporter_, trace_}) {
     Skein::agentTraceHandleIs(&trace_);
     ports_.table()->sampleReceiverIs(&exporter_);
     loop_.workIs(&exportWork_);
     loop_.workIs(&statusWork_);
+    loop_.workIs(&tableWork_);
   }
   ~Impl() { takeDown(); }
 
@@ -168,7 +170,8 @@ class Agent::Impl {
     if (manager_->counterHolder) manager_->counterHolder->clear();
     manager_->pluginDelAll();
     state_->clear();
-    sharedMem_->clear();
+    manager_->agent.reset();
+    sharedMem_.reset();
     while (!libraries_.empty()) libraries_.pop_back();
     ports_.table()->sampleReceiverIs(nullptr);
     Skein::agentTraceHandleIs(nullptr);
@@ -179,8 +182,7 @@ class Agent::Impl {
   RunDir runDir_;
   Skein::TraceRing trace_;
   const Kiv::Ptr<Mirro::StateDatabase> state_ = Kiv::makePtr<Mirro::StateDatabase>("stateDatabase");
-  const Kiv::Ptr<Quell::SharedMemManager> sharedMem_ =
-      Kiv::makePtr<Quell::SharedMemManager>("sharedMem", config_.runDir);
+  Kiv::Ptr<Quell::SharedTables> sharedMem_ = Kiv::makePtr<Quell::SharedTables>("sharedMem", config_.runDir);
   const Kiv::Ptr<PluginManager> manager_ = Kiv::makePtr<PluginManager>("pluginManager");
   const Kiv::Ptr<AllGenericPipelineSteps> steps_ = Kiv::makePtr<AllGenericPipelineSteps>("pipelineSteps");
   const Kiv::Ptr<Interface::EthIntfStatusDir> statusDir_ =
@@ -193,6 +195,7 @@ class Agent::Impl {
   EventLoop loop_;
   ExportWork exportWork_;
   PortStatusWork statusWork_;
+  TableWork tableWork_;
   std::vector<PluginLibrary> libraries_;
   ControlRequests requests_;
   std::optional<ControlSocket> control_;

@@ -1,9 +1,11 @@
-// The agent's own work between bursts: sFlow export and the status of its ports.
+// The agent's own work between bursts: sFlow export, the status of its ports, and shared
+// tables.
 #pragma once
 
 #include "AgentPorts.h"
 #include "Interface.h"
 #include "Work.h"
+#include "quell/SharedTables.h"
 #include "sflow/SflowExporter.h"
 
 namespace Pexa {
@@ -37,6 +39,24 @@ class PortStatusWork : public Work {
   AgentPorts& ports_;
   Kiv::Ptr<Interface::EthIntfStatusDir> dir_;
   double next_ = 0;
+};
+
+// Tells reactors what other processes changed in shared tables, and wakes those who watch ours.
+class TableWork : public Work {
+ public:
+  static constexpr std::size_t kSliceKeys = 256;
+
+  explicit TableWork(Quell::SharedTables& tables) : tables_(tables) {}
+  double next() const override { return pending_ ? 0 : kNever; }
+  void run(double /*now*/) override { pending_ = tables_.deliver(kSliceKeys); }
+  void flush() override { tables_.flush(); }
+  int descriptor() const override { return tables_.descriptor(); }
+  void readable() override { pending_ = true; }
+  bool unfinished() const override { return pending_; }
+
+ private:
+  Quell::SharedTables& tables_;
+  bool pending_ = true;  // what came before the loop did
 };
 
 }  // namespace Pexa

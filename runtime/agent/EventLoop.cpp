@@ -6,63 +6,100 @@
 #include <algorithm>
 #include <asio.hpp>
 #include <chrono>
+#include <functional>
 
 namespace Pexa {
 
-// Wakes the loop when a port's descriptor becomes readable. It waits on duplicates: a port may close its own
-// descriptor at any time.
-class EventLoop::Waits {
+namespace {
+
+// Hears once when a descriptor becomes readable, and again when it is armed again. It waits on a duplicate:
+// the owner may close its own descriptor at any time.
+class DescriptorWait {
  public:
-  Waits(asio::io_context& io, const AgentPorts& ports) {
-    for (const AgentPort& port : ports.all()) waits_.push_back(std::make_unique<Wait>(io, *port.device));
+  DescriptorWait(asio::io_context& io, std::function<void()> heard)
+      : descriptor_(io), heard_(std::move(heard)) {}
+
+  void open(int descriptor) {
+    asio::error_code ignored;
+    descriptor_.close(ignored);
+    armed_ = false;
+    const int duplicate = descriptor < 0 ? -1 : ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (duplicate < 0) return;
+    descriptor_.assign(duplicate, ignored);
+    if (ignored) ::close(duplicate);
   }
-  // Asks once more for each port that is not being waited for. REQUIRES: no packets are left to receive.
   void arm() {
-    for (const auto& wait : waits_) wait->arm();
+    if (armed_ || !descriptor_.is_open()) return;
+    armed_ = true;
+    descriptor_.async_wait(asio::posix::descriptor_base::wait_read, [this](const asio::error_code& error) {
+      if (error == asio::error::operation_aborted) return;  // closed: this may be gone
+      armed_ = false;
+      if (!error) heard_();
+    });
   }
 
  private:
-  class Wait {
-   public:
-    Wait(asio::io_context& io, const Capture::PortDevice& device) : device_(device), descriptor_(io) {}
+  asio::posix::stream_descriptor descriptor_;
+  std::function<void()> heard_;
+  bool armed_ = false;
+};
 
+}  // namespace
+
+// The descriptors that wake the loop: those of ports, whose packets the next turn receives, and of work.
+class EventLoop::Waits {
+ public:
+  Waits(asio::io_context& io, const AgentPorts& ports) : io_(io) {
+    for (const AgentPort& port : ports.all()) ports_.push_back(std::make_unique<PortWait>(io, *port.device));
+  }
+  void workIs(Work& work) {
+    if (work.descriptor() < 0) return;
+    work_.push_back(std::make_unique<DescriptorWait>(io_, [&work] { work.readable(); }));
+    work_.back()->open(work.descriptor());
+  }
+  void armWork() {
+    for (const auto& wait : work_) wait->arm();
+  }
+  // REQUIRES: no packets are left to receive.
+  void armPorts() {
+    for (const auto& wait : ports_) wait->arm();
+  }
+
+ private:
+  class PortWait {
+   public:
+    PortWait(asio::io_context& io, const Capture::PortDevice& device) : device_(device), wait_(io, [] {}) {
+      wait_.open(device.descriptor());
+      changes_ = device.descriptorChanges();
+    }
     void arm() {
-      if (changes_ != device_.descriptorChanges() || !opened_) open();
-      if (armed_ || !descriptor_.is_open()) return;
-      armed_ = true;
-      descriptor_.async_wait(asio::posix::descriptor_base::wait_read, [this](const asio::error_code& error) {
-        if (error != asio::error::operation_aborted) armed_ = false;
-      });
+      if (changes_ != device_.descriptorChanges()) {
+        changes_ = device_.descriptorChanges();
+        wait_.open(device_.descriptor());
+      }
+      wait_.arm();
     }
 
    private:
-    void open() {
-      asio::error_code ignored;
-      descriptor_.close(ignored);
-      armed_ = false;
-      opened_ = true;
-      changes_ = device_.descriptorChanges();
-      if (device_.descriptor() < 0) return;
-      const int duplicate = ::fcntl(device_.descriptor(), F_DUPFD_CLOEXEC, 0);
-      if (duplicate < 0) return;
-      descriptor_.assign(duplicate, ignored);
-      if (ignored) ::close(duplicate);
-    }
-
     const Capture::PortDevice& device_;
-    asio::posix::stream_descriptor descriptor_;
+    DescriptorWait wait_;
     std::uint64_t changes_ = 0;
-    bool opened_ = false;
-    bool armed_ = false;
   };
 
-  std::vector<std::unique_ptr<Wait>> waits_;
+  asio::io_context& io_;
+  std::vector<std::unique_ptr<PortWait>> ports_;
+  std::vector<std::unique_ptr<DescriptorWait>> work_;
 };
 
 EventLoop::EventLoop(asio::io_context& io, AgentPorts& ports, PatchPanel& panel)
     : io_(io), ports_(ports), panel_(panel), waits_(std::make_unique<Waits>(io, ports)) {}
 
 EventLoop::~EventLoop() = default;
+
+void EventLoop::workIs(Work* work) {
+  work_.push_back(work);
+  waits_->workIs(*work);
+}
 
 void EventLoop::run(bool untilEnd) {
   const auto guard = asio::make_work_guard(io_);
@@ -106,6 +143,7 @@ bool EventLoop::atEnd() const {
 void EventLoop::lookAtDescriptors() {
   ports_.reportEnds();
   for (Work* work : work_) work->flush();
+  waits_->armWork();
   static constexpr int kMostHandlers = 16;  // a client that never tires must not hold up the packets
   for (int i = 0; i < kMostHandlers && io_.poll_one() != 0; ++i) continue;
 }
@@ -115,7 +153,7 @@ void EventLoop::sleep() {
   double until = now + kLongestSleep;
   for (const Work* work : work_) until = std::min(until, work->next());
   for (const AgentPort& port : ports_.all()) until = std::min(until, port.device->nextReceive());
-  waits_->arm();
+  waits_->armPorts();
   // Rounded up: waking a moment too early would spin until the moment has come.
   const auto microseconds = static_cast<std::int64_t>(std::max(0.0, until - now) * 1e6) + 1;
   io_.run_one_for(std::chrono::microseconds(microseconds));

@@ -33,7 +33,7 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
 
   // Adds a piece of work, behind those that are there. REQUIRES: it outlives the loop.
-  void workIs(Work* work) { work_.push_back(work); }
+  void workIs(Work* work);
 
   // Runs until stop(), or, if so asked, until no capture is being replayed and no work is left.
   void run(bool untilEnd);

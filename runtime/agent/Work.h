@@ -16,6 +16,11 @@ class Work {
   virtual void run(double now) = 0;
   // Hands on what has been collected. Called now and then while packets come, and before the loop sleeps.
   virtual void flush() {}
+  // Becomes readable when there may be something to do that next() cannot know of; -1: never. It does not
+  // change.
+  virtual int descriptor() const { return -1; }
+  // Called when the descriptor has become readable.
+  virtual void readable() {}
   // Whether something is waiting that must still be done before an agent that runs until the end may leave.
   virtual bool unfinished() const { return false; }
 };

@@ -73,22 +73,21 @@ TEST_F(AgentConfigTest, ReadsEveryKey) {
   EXPECT_EQ(config.plugins[0].library, "libPexaSampledFlowTracker.so");
   EXPECT_EQ(config.plugins[0].place.line, 2U);
   ASSERT_EQ(config.ports.size(), 3U);
-  EXPECT_EQ(config.ports[0].kind, Pexa::PortKind::capture);
+  EXPECT_EQ(config.ports[0].kind, Capture::PortKind::capture);
   EXPECT_EQ(config.ports[0].vlan, 7);
   EXPECT_EQ(config.ports[0].place.line, 3U);
-  EXPECT_EQ(config.ports[1].kind, Pexa::PortKind::device);
+  EXPECT_EQ(config.ports[1].kind, Capture::PortKind::device);
   EXPECT_EQ(config.ports[1].source, "veth1");
   EXPECT_EQ(config.ports[1].vlan, 1);
-  EXPECT_EQ(config.ports[2].kind, Pexa::PortKind::write);
+  EXPECT_EQ(config.ports[2].kind, Capture::PortKind::write);
   EXPECT_EQ(config.ports[2].source, "/tmp/out.pcap");
   ASSERT_EQ(config.forwards.size(), 1U);
   EXPECT_EQ(config.forwards[0].from, "Ethernet1");
   EXPECT_EQ(config.forwards[0].to, "Ethernet3");
-  EXPECT_EQ(config.pace, Pexa::ReplayPace::recorded);
+  EXPECT_EQ(config.pace, Capture::Pace::recorded);
   ASSERT_TRUE(config.sflow.has_value());
   ASSERT_EQ(config.sflow->collectors.size(), 2U);
-  EXPECT_EQ(config.sflow->collectors[1].address, "::1");
-  EXPECT_EQ(config.sflow->collectors[1].port, 6344);
+  EXPECT_EQ(config.sflow->collectors[1].text, "[::1]:6344");
   ASSERT_EQ(config.states.size(), 2U);
   EXPECT_EQ(config.states[0].path, "hardware/flowtracking/config/sampled");
   ASSERT_EQ(config.states[0].attributes.size(), 2U);
@@ -109,7 +108,8 @@ TEST_F(AgentConfigTest, AnEmptyFileIsAnAgentWithoutPorts) {
 }
 
 TEST_F(AgentConfigTest, RelativePathsStartAtTheFileItself) {
-  const Pexa::AgentConfig config = read("run_dir = \"run\"\n[[port]]\nname = \"E1\"\ncapture = \"../a.pcap\"\n");
+  const Pexa::AgentConfig config =
+      read("run_dir = \"run\"\n[[port]]\nname = \"E1\"\ncapture = \"../a.pcap\"\n");
   EXPECT_EQ(config.runDir, file_.parent_path() / "run");
   EXPECT_EQ(config.ports[0].source, (file_.parent_path().parent_path() / "a.pcap").lexically_normal());
 }
@@ -125,7 +125,8 @@ TEST_F(AgentConfigTest, AMissingFileIsSaidSo) {
     FAIL() << "no error";
   } catch (const Pexa::ConfigError& error) {
     EXPECT_STREQ(error.what(),
-                 "/nowhere/agent.toml: cannot read the configuration: No such file or directory, expected a TOML file");
+                 "/nowhere/agent.toml: cannot read the configuration: No such file or directory, expected a "
+                 "TOML file");
   }
 }
 
@@ -134,26 +135,31 @@ TEST_F(AgentConfigTest, BrokenTomlNamesItsLine) {
 }
 
 TEST_F(AgentConfigTest, UnknownKeysAreRefusedWhereTheyStand) {
-  EXPECT_THAT(errorOf("\nplugin = []\n"), StartsWith("2: unknown key \"plugin\" in the file, expected one of: mode,"));
+  EXPECT_THAT(errorOf("\nplugin = []\n"),
+              StartsWith("2: unknown key \"plugin\" in the file, expected one of: mode,"));
   EXPECT_THAT(errorOf("[[port]]\nname = \"E1\"\ndevice = \"veth1\"\nspeed = 1\n"),
               StartsWith("4: unknown key \"speed\" in [[port]]"));
-  EXPECT_THAT(errorOf("[replay]\nspeed = 1\n"), StartsWith("2: unknown key \"speed\" in [replay], expected one of"));
+  EXPECT_THAT(errorOf("[replay]\nspeed = 1\n"),
+              StartsWith("2: unknown key \"speed\" in [replay], expected one of"));
   EXPECT_THAT(errorOf("[sflow]\nrate = 1\n"), StartsWith("2: unknown key \"rate\" in [sflow]"));
   EXPECT_THAT(errorOf("[trace]\nlevels = 1\n"), StartsWith("2: unknown key \"levels\" in [trace]"));
-  EXPECT_THAT(errorOf("[[trace_filter]]\nnames = 1\n"), StartsWith("2: unknown key \"names\" in [[trace_filter]]"));
+  EXPECT_THAT(errorOf("[[trace_filter]]\nnames = 1\n"),
+              StartsWith("2: unknown key \"names\" in [[trace_filter]]"));
 }
 
 TEST_F(AgentConfigTest, WrongTypesSayWhatWasExpected) {
   EXPECT_THAT(errorOf("plugins = \"a.so\""),
               StartsWith("1: \"plugins\" of the file is \"a.so\", expected a list of strings"));
-  EXPECT_THAT(errorOf("plugins = [1]"), StartsWith("1: \"plugins\" of the file is 1, expected a list of strings"));
+  EXPECT_THAT(errorOf("plugins = [1]"),
+              StartsWith("1: \"plugins\" of the file is 1, expected a list of strings"));
   EXPECT_THAT(errorOf("run_dir = 7"), StartsWith("1: \"run_dir\" of the file is 7, expected a string"));
   EXPECT_THAT(errorOf("run_dir = \"\""), HasSubstr("expected a string"));
   EXPECT_THAT(errorOf("port = 1"), StartsWith("1: \"port\" of the file is 1, expected tables [[port]]"));
   EXPECT_THAT(errorOf("forward = 1"), HasSubstr("expected a table [forward]"));
   EXPECT_THAT(errorOf("[[port]]\nname = \"E1\"\ndevice = \"d\"\nvlan = 4096\n"),
               StartsWith("4: \"vlan\" of [[port]] is 4096, expected a number from 0 to 4095"));
-  EXPECT_THAT(errorOf("[state.\"a/b\"]\nx = 1979-05-27\n"), StartsWith("2: \"x\" of [a/b] is a date or time"));
+  EXPECT_THAT(errorOf("[state.\"a/b\"]\nx = 1979-05-27\n"),
+              StartsWith("2: \"x\" of [a/b] is a date or time"));
   EXPECT_THAT(errorOf("[state]\nx = 1\n"), StartsWith("2: \"x\" of [state] is 1, expected a table [x]"));
   EXPECT_THAT(errorOf("[trace.level]\na = 10\n"), HasSubstr("expected a number from -1 to 9"));
 }
@@ -173,7 +179,8 @@ TEST_F(AgentConfigTest, APortHasANameOfItsOwnAndOneSource) {
 }
 
 TEST_F(AgentConfigTest, TwoPortsMayReplayOneCapture) {
-  EXPECT_EQ(errorOf("[[port]]\nname = \"E1\"\ncapture = \"c\"\n[[port]]\nname = \"E2\"\ncapture = \"c\"\n"), "no error");
+  EXPECT_EQ(errorOf("[[port]]\nname = \"E1\"\ncapture = \"c\"\n[[port]]\nname = \"E2\"\ncapture = \"c\"\n"),
+            "no error");
 }
 
 TEST_F(AgentConfigTest, AForwardLeadsFromAPortThatReceivesToOneThatSends) {
@@ -181,28 +188,28 @@ TEST_F(AgentConfigTest, AForwardLeadsFromAPortThatReceivesToOneThatSends) {
       "[[port]]\nname = \"in\"\ncapture = \"a\"\n[[port]]\nname = \"out\"\nwrite = \"b\"\n"
       "[[port]]\nname = \"both\"\ndevice = \"d\"\n[forward]\n";
   EXPECT_EQ(errorOf(ports + "in = \"out\"\nboth = \"out\"\n"), "no error");
-  EXPECT_THAT(errorOf(ports + "other = \"out\"\n"), StartsWith("11: [forward] names port \"other\", which is not there"));
-  EXPECT_THAT(errorOf(ports + "in = \"other\"\n"), StartsWith("11: [forward] names port \"other\", which is not there"));
+  EXPECT_THAT(errorOf(ports + "other = \"out\"\n"),
+              StartsWith("11: [forward] names port \"other\", which is not there"));
+  EXPECT_THAT(errorOf(ports + "in = \"other\"\n"),
+              StartsWith("11: [forward] names port \"other\", which is not there"));
   EXPECT_THAT(errorOf(ports + "in = \"in\"\n"), StartsWith("11: nothing can leave on port \"in\""));
   EXPECT_THAT(errorOf(ports + "out = \"both\"\n"), StartsWith("11: nothing enters on port \"out\""));
   EXPECT_THAT(errorOf(ports + "both = \"both\"\n"), StartsWith("11: port \"both\" is forwarded to itself"));
   EXPECT_THAT(errorOf(ports + "in = 3\n"), StartsWith("11: \"in\" of [forward] is 3, expected a string"));
 }
 
-TEST_F(AgentConfigTest, CollectorsAreAddressesAndPorts) {
-  const std::string sflow = "[sflow]\nagent = \"127.0.0.1\"\ncollectors = ";
-  for (const std::string_view wrong : {"\"127.0.0.1\"", "\"host:6343\"", "\"127.0.0.1:0\"", "\"127.0.0.1:65536\"",
-                                       "\"::1:6343\"", "\"[127.0.0.1]:6343\"", "\"127.0.0.1:\"", "\":6343\""}) {
-    EXPECT_THAT(errorOf(sflow + "[" + std::string(wrong) + "]\n"), StartsWith("3: collector ")) << wrong;
-  }
-  EXPECT_THAT(errorOf(sflow + "[]\n"), StartsWith("1: [sflow] has no collectors"));
-  EXPECT_THAT(errorOf("[sflow]\nagent = \"me\"\n"), StartsWith("2: agent \"me\", expected an IPv4 or IPv6 address"));
+TEST_F(AgentConfigTest, SflowHasAnAddressAndCollectors) {
+  EXPECT_THAT(errorOf("[sflow]\nagent = \"127.0.0.1\"\ncollectors = []\n"),
+              StartsWith("1: [sflow] has no collectors"));
+  EXPECT_THAT(errorOf("[sflow]\nagent = \"me\"\n"),
+              StartsWith("2: agent \"me\", expected an IPv4 or IPv6 address"));
 }
 
 TEST_F(AgentConfigTest, TraceFiltersHaveNamesOfTheirOwn) {
   const std::string filter = "[[trace_filter]]\nname = \"a\"\nexpression = \"ip\"\n";
   EXPECT_THAT(errorOf(filter + filter), StartsWith("5: trace filter \"a\" is already there"));
-  EXPECT_THAT(errorOf("[[trace_filter]]\nname = \"a\"\n"), StartsWith("1: [[trace_filter]] has no \"expression\""));
+  EXPECT_THAT(errorOf("[[trace_filter]]\nname = \"a\"\n"),
+              StartsWith("1: [[trace_filter]] has no \"expression\""));
 }
 
 }  // namespace

@@ -1,0 +1,83 @@
+#include "agent/EventLoop.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <asio.hpp>
+
+namespace {
+
+// Does what a test tells it to, so many times, each being due at once.
+class CountedWork : public Pexa::Work {
+ public:
+  explicit CountedWork(
+      int runs, std::function<void()> each = [] {})
+      : left_(runs), each_(std::move(each)) {}
+  double next() const override { return left_ > 0 ? 0 : kNever; }
+  void run(double) override {
+    --left_;
+    each_();
+  }
+  void flush() override { ++flushes_; }
+  bool unfinished() const override { return left_ > 0; }
+  int left() const { return left_; }
+  int flushes() const { return flushes_; }
+
+ private:
+  int left_;
+  int flushes_ = 0;
+  std::function<void()> each_;
+};
+
+class EventLoopTest : public ::testing::Test {
+ protected:
+  asio::io_context io_;
+  Pexa::AgentPorts ports_{Pexa::AgentConfig{}};
+  Kiv::Ptr<Pexa::AllGenericPipelineSteps> steps_ = Kiv::makePtr<Pexa::AllGenericPipelineSteps>("steps");
+  Pexa::NamedCounters reasons_;
+  Capture::TraceFilters filters_;
+  Pexa::PatchPanel panel_{ports_, steps_, reasons_, filters_};
+  Pexa::EventLoop loop_{io_, ports_, panel_};
+};
+
+TEST_F(EventLoopTest, WithNothingToDoTheEndIsAtOnce) {
+  loop_.run(true);
+}
+
+TEST_F(EventLoopTest, LeavesOnlyWhenTheLastWorkIsDone) {
+  CountedWork work(100);
+  loop_.workIs(&work);
+  loop_.run(true);
+  EXPECT_EQ(work.left(), 0);
+  EXPECT_GT(work.flushes(), 0);
+}
+
+TEST_F(EventLoopTest, EveryPieceOfWorkHasItsTurn) {
+  std::string order;
+  CountedWork first(3, [&] { order += 'a'; });
+  CountedWork second(3, [&] { order += 'b'; });
+  loop_.workIs(&first);
+  loop_.workIs(&second);
+  loop_.run(true);
+  EXPECT_EQ(order, "ababab");
+}
+
+TEST_F(EventLoopTest, DescriptorsAreServedWhileWorkNeverEnds) {
+  CountedWork work(1'000'000);
+  loop_.workIs(&work);
+  asio::post(io_, [this] { loop_.stop(); });
+  loop_.run(false);
+  EXPECT_GT(work.left(), 999'000);
+}
+
+TEST_F(EventLoopTest, GoesOnAfterTheEndUntilItIsStopped) {
+  asio::post(io_, [this] { asio::post(io_, [this] { loop_.stop(); }); });
+  loop_.run(false);
+}
+
+TEST_F(EventLoopTest, AHandlerThatThrowsIsNotSwallowed) {
+  asio::post(io_, [] { throw std::logic_error("a fault"); });
+  EXPECT_THROW(loop_.run(false), std::logic_error);
+}
+
+}  // namespace
