@@ -34,13 +34,14 @@ void TraceRing::defaultLevelIs(int level) {
 }
 
 void TraceRing::categoryLevelIs(std::string_view category, int level) {
+  categories_.emplace(category);
   levels_.insert_or_assign(std::string(category), std::clamp(level, -1, 1));
   levelsChanged();
 }
 
 std::vector<TraceRing::CategoryLevel> TraceRing::categoryLevels() const {
   std::vector<CategoryLevel> result;
-  for (const auto& [category, level] : levels_) result.push_back({category, level});
+  for (const std::string& category : categories_) result.push_back({category, level(category)});
   return result;
 }
 
@@ -59,7 +60,10 @@ int TraceRing::level(std::string_view category) const {
 bool TraceRing::isEnabled(const CallSite& site, bool filterMatched) const {
   const std::uint32_t id = site.id();
   if (id >= levelById_.size()) levelById_.resize(id + std::size_t{1}, kLevelUnknown);
-  if (levelById_[id] == kLevelUnknown) levelById_[id] = static_cast<std::int8_t>(level(site.category()));
+  if (levelById_[id] == kLevelUnknown) {
+    categories_.emplace(site.category());
+    levelById_[id] = static_cast<std::int8_t>(level(site.category()));
+  }
   const int held = levelById_[id];
   return filterMatched ? held >= 0 : (volumesOf(held) & volumeBit(site.volume())) != 0;
 }

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -63,6 +64,7 @@ class TraceRing : public TraceHandle {
   std::unique_ptr<RingWriter> writer_;
   int defaultLevel_ = 0;
   std::map<std::string, int, std::less<>> levels_;
+  mutable std::set<std::string> categories_;    // that traced or were set
   mutable std::vector<std::int8_t> levelById_;  // of each call site's category; kLevelUnknown until asked for
 };
 

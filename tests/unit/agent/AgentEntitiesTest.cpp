@@ -177,6 +177,17 @@ TEST_F(AgentEntitiesTest, LevelsOfTracesAreShownAndSetByName) {
   EXPECT_FALSE(handle.enabled(0));
 }
 
+TEST_F(AgentEntitiesTest, ACategoryOfTheRingIsKnownOnceItTraced) {
+  static constinit Skein::CallSite site("TestRing", "file", 1, "function", Skein::Volume::event);
+  EXPECT_TRUE(ring_.enabled(site));
+  EXPECT_THAT(ask(R"({"request":"trace levels"})"),
+              ::testing::Contains(R"({"name":"TestRing","channel":"ring","level":0})"));
+  EXPECT_TRUE(ask(R"({"request":"trace level","name":"TestRing","level":-1})").empty());
+  EXPECT_FALSE(ring_.enabled(site));
+  EXPECT_THAT(askOne(R"({"request":"trace level","name":"TestRing","level":2})"),
+              HasSubstr("expected -1 to 1"));
+}
+
 TEST_F(AgentEntitiesTest, ALevelThatCannotBeIsToldSo) {
   const Kiv::TraceHandle handle("Test::Handle", 0);
   EXPECT_THAT(askOne(R"({"request":"trace level","name":"Test::Handle","level":10})"),

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <asio.hpp>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 
@@ -40,13 +41,11 @@ class Client {
   std::string received() {
     std::string result;
     char bytes[65536];
-    for (ssize_t got; (got = ::recv(socket_, bytes, sizeof bytes, 0)) >= 0;) {
-      if (got == 0) {
-        closed_ = true;
-        break;
-      }
+    ssize_t got = 0;
+    while ((got = ::recv(socket_, bytes, sizeof bytes, 0)) > 0)
       result.append(bytes, static_cast<std::size_t>(got));
-    }
+    // A server that leaves with bytes of ours unread resets the connection.
+    closed_ = got == 0 || errno == ECONNRESET;
     return result;
   }
   bool closed() const { return closed_; }
