@@ -72,4 +72,157 @@ TEST(RecordTypes, RegisteringAgainChangesNothing) {
   EXPECT_TRUE(Kiv::ptrCast<HoStatus>(type->construct({Kiv::Value("hoStatus")})));
 }
 
+template <class Domain>
+class ContainerOperations : public testing::Test {
+ protected:
+  template <class Container>
+  static Kiv::Ptr<Container> table() {
+    auto made = Kiv::makePtr<Container>("a/path");
+    for (Quell::MapBase* map : made->collections()) Quell::attachAnonymous(*map);
+    return made;
+  }
+};
+using Families = testing::Types<Pavo::Traits::IPv4, Pavo::Traits::IPv6>;
+TYPED_TEST_SUITE(ContainerOperations, Families);
+
+// The named operations of a family, by the family.
+void statusIs(HoFlowStatus& table, const FlowTracking::HoIpFlowStatus& value) {
+  table.hoIpFlowStatusIs(value);
+}
+void statusIs(HoFlowStatus& table, const FlowTracking::HoIp6FlowStatus& value) {
+  table.hoIp6FlowStatusIs(value);
+}
+void statusDel(HoFlowStatus& table, const FlowTracking::HoIpFlowKey& key) {
+  table.hoIpFlowStatusDel(key);
+}
+void statusDel(HoFlowStatus& table, const FlowTracking::HoIp6FlowKey& key) {
+  table.hoIp6FlowStatusDel(key);
+}
+void configIs(HoFlowConfig& table, const FlowTracking::HoIpFlowConfig& value) {
+  table.hoIpFlowConfigIs(value);
+}
+void configIs(HoFlowConfig& table, const FlowTracking::HoIp6FlowConfig& value) {
+  table.hoIp6FlowConfigIs(value);
+}
+void configDel(HoFlowConfig& table, const FlowTracking::HoIpFlowKey& key) {
+  table.hoIpFlowConfigDel(key);
+}
+void configDel(HoFlowConfig& table, const FlowTracking::HoIp6FlowKey& key) {
+  table.hoIp6FlowConfigDel(key);
+}
+void counterIs(HoFlowCounter& table, const FlowTracking::HoIpFlowCounter& value) {
+  table.hoIpFlowCounterIs(value);
+}
+void counterIs(HoFlowCounter& table, const FlowTracking::HoIp6FlowCounter& value) {
+  table.hoIp6FlowCounterIs(value);
+}
+void counterDel(HoFlowCounter& table, const FlowTracking::IpFlowKey& key) {
+  table.hoIpFlowCounterDel(key);
+}
+void counterDel(HoFlowCounter& table, const FlowTracking::Ip6FlowKey& key) {
+  table.hoIp6FlowCounterDel(key);
+}
+
+TYPED_TEST(ContainerOperations, OffloadsThatShareAFlowHaveTheirOwnStatusesAndOneCounter) {
+  const auto status = this->template table<HoFlowStatus>();
+  const auto counter = this->template table<HoFlowCounter>();
+  using Direction = Bridging::AllowedTrafficDirection;
+  for (const auto& [direction, intf] : {std::pair{Direction::ingress, "Ethernet1"},
+                                        {Direction::egress, "Ethernet1"},
+                                        {Direction::ingress, "Ethernet2"}}) {
+    FlowTracking::HoFlowStatusRecord<TypeParam> record;
+    record.key.direction = direction;
+    record.key.intfId = Pavo::IntfId(intf);
+    statusIs(*status, record);
+    FlowTracking::HoFlowCounterRecord<TypeParam> count;
+    count.key = record.key.ipFlowKey;
+    count.intfId = record.key.intfId;
+    counterIs(*counter, count);
+  }
+  EXPECT_EQ(status->template map<TypeParam>().size(), 3U);
+  ASSERT_EQ(counter->template map<TypeParam>().size(), 1U);
+  EXPECT_EQ(counter->template map<TypeParam>().get({}).intfId, Pavo::IntfId("Ethernet2"));
+}
+
+TYPED_TEST(ContainerOperations, IsOverwritesUnderTheRecordsOwnKeyAndDelTakesItOut) {
+  const auto status = this->template table<HoFlowStatus>();
+  FlowTracking::HoFlowStatusRecord<TypeParam> record;
+  record.key.intfId = Pavo::IntfId("Ethernet1");
+  statusIs(*status, record);
+  record.state = FlowTracking::HoFlowState::overflow;
+  statusIs(*status, record);
+  EXPECT_EQ(status->template map<TypeParam>().size(), 1U);
+  EXPECT_EQ(status->template map<TypeParam>().get(record.key), record);
+  statusDel(*status, record.key);
+  EXPECT_EQ(status->template map<TypeParam>().size(), 0U);
+}
+
+TYPED_TEST(ContainerOperations, DeletingAnAbsentKeyChangesNothing) {
+  const auto check = [](auto& table, auto record, auto is, auto del) {
+    auto absent = record.key;
+    record.key.intfId = Pavo::IntfId("Ethernet1");
+    is(table, record);
+    del(table, absent);
+    EXPECT_EQ(table.template map<TypeParam>().size(), 1U);
+    EXPECT_EQ(table.template map<TypeParam>().get(record.key), record);
+  };
+  check(
+      *this->template table<HoFlowConfig>(), FlowTracking::HoFlowConfigRecord<TypeParam>(),
+      [](auto& table, const auto& value) { configIs(table, value); },
+      [](auto& table, const auto& key) { configDel(table, key); });
+  check(
+      *this->template table<HoFlowStatus>(), FlowTracking::HoFlowStatusRecord<TypeParam>(),
+      [](auto& table, const auto& value) { statusIs(table, value); },
+      [](auto& table, const auto& key) { statusDel(table, key); });
+  const auto counter = this->template table<HoFlowCounter>();
+  FlowTracking::HoFlowCounterRecord<TypeParam> count;
+  counterIs(*counter, count);
+  auto absent = count.key;
+  absent.srcPort = 9;
+  counterDel(*counter, absent);
+  EXPECT_EQ(counter->template map<TypeParam>().get(count.key), count);
+}
+
+TYPED_TEST(ContainerOperations, ChangesAreAnnouncedUnderTheCollectionsAttributeWithTheKey) {
+  class Watcher : public Kiv::PtrInterface::NotifieeConst {
+   public:
+    void onAttributeKey(Kiv::AttributeId attribute, Kiv::KeyRef key) override {
+      attributes.push_back(attribute);
+      keys.push_back(key.as<FlowTracking::HoFlowKey<TypeParam>>());
+    }
+    std::vector<Kiv::AttributeId> attributes;
+    std::vector<FlowTracking::HoFlowKey<TypeParam>> keys;
+  };
+  const auto status = this->template table<HoFlowStatus>();
+  const auto watcher = Kiv::makePtr<Watcher>();
+  watcher->notifierIs(status);
+  watcher->hasNotificationActiveIs(true);
+  FlowTracking::HoFlowKey<TypeParam> key;
+  key.intfId = Pavo::IntfId("Ethernet1");
+  status->collectionChanged(status->template map<TypeParam>(), &key);
+  EXPECT_EQ(watcher->attributes, std::vector{HoFlowStatus::attributeOf<TypeParam>});
+  EXPECT_EQ(watcher->keys, std::vector{key});
+  EXPECT_EQ(HoFlowStatus::attributeOf<TypeParam>, FlowTracking::IpFamily<TypeParam>::kIndex == 0
+                                                      ? HoFlowStatus::hoIpFlowStatusAttr
+                                                      : HoFlowStatus::hoIp6FlowStatusAttr);
+}
+
+TEST(HosStateCounterTable, HoldsACountForEachStateOfEachFamily) {
+  HosStateCounter table("a/path");
+  for (Quell::MapBase* map : table.collections()) Quell::attachAnonymous(*map, 4);
+  FlowTracking::HosStateCounterEntry entry;
+  entry.key.state = FlowTracking::HoFlowState::inHardware;
+  entry.count = 5;
+  table.hosStateIpCounterIs(entry);
+  EXPECT_EQ(table.hosStateIpCounter().get(FlowTracking::HoFlowState::inHardware), entry);
+  EXPECT_TRUE(table.hosStateIp6Counter().empty());
+  table.hosStateIp6CounterIs(entry);
+  table.hosStateIpCounterDel(FlowTracking::HoFlowState::overflow);
+  EXPECT_EQ(table.hosStateIpCounter().size(), 1U);
+  table.hosStateIpCounterDel(FlowTracking::HoFlowState::inHardware);
+  EXPECT_TRUE(table.hosStateIpCounter().empty());
+  table.hosStateIp6CounterDel(FlowTracking::HoFlowState::inHardware);
+  EXPECT_TRUE(table.hosStateIp6Counter().empty());
+}
+
 }  // namespace
