@@ -15,6 +15,8 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
+#include <utility>
 
 namespace Quell::Layout {
 
@@ -39,6 +41,16 @@ inline constexpr std::uint32_t kMostRecordBytes = 2048;
 inline constexpr std::uint64_t kSpareSlots = 64;
 
 inline constexpr std::uint64_t kIndexOffset = kRegionAlignment;
+
+// Calls call(0), ..., call(N - 1), the numbers as constants: for the loops of the packet path, which are to
+// be straight code with their factors in it.
+template <std::size_t N, class Call>
+inline void unrolled(const Call& call) {
+  [&]<std::size_t... I>(std::index_sequence<I...>) {
+    (call(std::integral_constant<std::size_t, I>()), ...);
+  }
+  (std::make_index_sequence<N>());
+}
 
 // --- Checks
 // -------------------------------------------------------------------------------------------------

@@ -21,6 +21,12 @@
 #include "Fenn.h"
 #include "QuellLayout.h"
 
+// Eight tags at once. Not under the thread sanitizer, which rightly does not know that such a load is a hint.
+#if defined(__SSE2__) && !defined(__SANITIZE_THREAD__)
+#include <emmintrin.h>
+#define QUELL_VECTOR_TAGS
+#endif
+
 namespace Quell {
 
 class TableFile;
@@ -85,10 +91,12 @@ class Table {
     if (state == state_) [[likely]] {
       const Layout::Bucket& bucket = index_[Layout::bucketOf(hash, buckets_, mask_)];
       const unsigned found = matches(bucket, Layout::entryTag(hash));
-      if (found != 0) [[likely]] {
+      if (found != 0) {
         const std::uint64_t slot = slotAt(bucket, found);
         if (slot < slots_ && copyHit<KeyBytes, RecordBytes>(slot, key, hash, out)) [[likely]]
           return true;
+      } else if (plainMiss(bucket, Layout::entryTag(hash), state)) [[likely]] {
+        return false;
       }
     }
     return findSlow(key, hash, out);
@@ -125,18 +133,47 @@ class Table {
  private:
   friend class TableScan;
 
-  // One bit for each entry of this tag, at its position.
+  // One bit for each word of a bucket whose upper half is this tag: bit i for entry i - 1; the meta word is
+  // left out. What is found is only a hint: the entry itself is loaded again, by one atomic load, before it
+  // is used.
   static unsigned matches(const Layout::Bucket& bucket, std::uint32_t tag) {
+#ifdef QUELL_VECTOR_TAGS
+    const auto* quarters = reinterpret_cast<const __m128*>(&bucket);
+    const __m128i wanted = _mm_set1_epi32(static_cast<int>(tag));
+    const __m128 low = _mm_shuffle_ps(quarters[0], quarters[1], _MM_SHUFFLE(3, 1, 3, 1));
+    const __m128 high = _mm_shuffle_ps(quarters[2], quarters[3], _MM_SHUFFLE(3, 1, 3, 1));
+    const int first = _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(low), wanted)));
+    const int last = _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(high), wanted)));
+    return static_cast<unsigned>(first | last << 4) & ~1U;
+#else
     unsigned found = 0;
-    for (unsigned i = 0; i < Layout::kEntriesPerBucket; ++i) {
+    Layout::unrolled<Layout::kEntriesPerBucket>([&](auto i) {
       const std::uint64_t entry = bucket.entries[i].load(std::memory_order_relaxed);
-      found |= static_cast<unsigned>(Layout::entryTag(entry) == tag) << i;
-    }
+      found |= static_cast<unsigned>(Layout::entryTag(entry) == tag) << (i + 1);
+    });
     return found;
+#endif
   }
+  // The slot of the first entry found.
   static std::uint64_t slotAt(const Layout::Bucket& bucket, unsigned found) {
-    return Layout::entrySlot(
-        bucket.entries[static_cast<unsigned>(__builtin_ctz(found))].load(std::memory_order_acquire));
+    const auto* words = reinterpret_cast<const Layout::Word*>(&bucket);
+    return Layout::entrySlot(words[__builtin_ctz(found)].load(std::memory_order_acquire));
+  }
+
+  // True when a bucket has, for certain, no entry of a tag: nothing was moving, and its check is right.
+  bool plainMiss(const Layout::Bucket& bucket, std::uint32_t tag, std::uint64_t state) const {
+    const std::uint64_t meta = bucket.meta.load(std::memory_order_acquire);
+    std::uint64_t sum = 0;
+    bool met = false;
+    Layout::unrolled<Layout::kEntriesPerBucket>([&](auto i) {
+      constexpr std::uint64_t kFactor = Layout::factor(i);
+      const std::uint64_t entry = bucket.entries[i].load(std::memory_order_acquire);
+      met |= Layout::entryTag(entry) == tag && entry != 0;
+      sum += entry * kFactor;
+    });
+    return !met && bucket.meta.load(std::memory_order_relaxed) == meta && !Layout::metaChanging(meta) &&
+           Layout::metaLink(meta) == 0 && Layout::metaFits(meta, sum) &&
+           header_->state.load(std::memory_order_relaxed) == state;
   }
 
   // True when the slot held the key's record, whole. Each word is loaded with acquire: the second look at the
@@ -150,28 +187,40 @@ class Table {
         reinterpret_cast<const Layout::Word*>(records_ + slot * Layout::slotBytes(RecordBytes));
     const std::uint64_t meta = words[0].load(std::memory_order_acquire);
     std::uint64_t copy[kWords];
-    for (std::size_t i = 0; i < kWords; ++i) copy[i] = words[1 + i].load(std::memory_order_acquire);
+    Layout::unrolled<kWords>([&](auto i) { copy[i] = words[1 + i].load(std::memory_order_acquire); });
     const std::uint64_t again = words[0].load(std::memory_order_relaxed);
 
     std::uint64_t differs = (meta ^ again) | (meta & 1U);
     const auto* keyBytes = static_cast<const std::byte*>(key);
-    for (std::size_t i = 0; i < kKeyWords; ++i) {
+    Layout::unrolled<kKeyWords>([&](auto i) {
       std::uint64_t wanted;
       std::memcpy(&wanted, keyBytes + 8 * i, 8);
       differs |= wanted ^ copy[i];
-    }
+    });
     if constexpr (kKeyTail != 0) {
       std::uint64_t wanted = 0;
       std::memcpy(&wanted, keyBytes + 8 * kKeyWords, kKeyTail);
       differs |= (wanted ^ copy[kKeyWords]) << (64 - 8 * kKeyTail);
     }
     std::uint64_t sum = hash;
-    for (std::size_t i = Layout::firstCheckedWord(KeyBytes); i < kWords; ++i)
-      sum += copy[i] * Layout::factor(i);
+    constexpr std::size_t kFirst = Layout::firstCheckedWord(KeyBytes);
+    Layout::unrolled<kWords - kFirst>([&](auto i) {
+      constexpr std::uint64_t kFactor = Layout::factor(kFirst + i);
+      sum += copy[kFirst + i] * kFactor;
+    });
     differs |= (meta ^ sum) >> 32;
     if (differs != 0) [[unlikely]]
       return false;
-    std::memcpy(out, copy, RecordBytes);
+    // Word by word: wider loads would wait for the stores of the words above to leave the store buffer.
+    Layout::unrolled<RecordBytes / 8>([&](auto i) {
+      std::uint64_t word = copy[i];
+      __asm__("" : "+r"(word));
+      std::memcpy(static_cast<std::byte*>(out) + 8 * i, &word, 8);
+    });
+    constexpr std::size_t kWhole = RecordBytes / 8 * 8;
+    if constexpr (kWhole != RecordBytes) {
+      std::memcpy(static_cast<std::byte*>(out) + kWhole, &copy[kWords - 1], RecordBytes - kWhole);
+    }
     return true;
   }
 

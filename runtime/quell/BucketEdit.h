@@ -13,7 +13,7 @@ namespace Quell {
 inline std::uint64_t entriesSum(const Layout::Bucket& bucket) {
   std::uint64_t sum = 0;
   for (unsigned i = 0; i < Layout::kEntriesPerBucket; ++i) {
-    sum += bucket.entries[i].load(std::memory_order_relaxed) * Layout::factor(i);
+    sum += bucket.entries[i].load(std::memory_order_relaxed) * Layout::kFactors[i];
   }
   return sum;
 }

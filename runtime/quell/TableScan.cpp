@@ -105,7 +105,7 @@ TableScan::BucketLook TableScan::look(const Bucket& bucket, std::uint64_t& meta,
     std::uint64_t sum = 0;
     for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
       entries[i] = bucket.entries[i].load(std::memory_order_acquire);
-      sum += entries[i] * factor(i);
+      sum += entries[i] * kFactors[i];
     }
     if (bucket.meta.load(std::memory_order_relaxed) == meta && !metaChanging(meta)) {
       return metaFits(meta, sum) ? BucketLook::verified : BucketLook::damaged;
