@@ -46,8 +46,8 @@ Node nodeOf(const Kiv::Value& value) {
   Kiv::throwValueError("a value that JSON can show", value);
 }
 
-// Builds the value as the library reads, so that what its tree would swallow is seen: members that come twice,
-// integers too large, depth.
+// Builds the value as the library reads, so that what its tree would swallow is seen: members that come
+// twice, integers too large, depth.
 class Builder : public nlohmann::json_sax<nlohmann::json> {
  public:
   Kiv::Value take() { return std::move(root_); }
@@ -110,7 +110,8 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     } else if (auto* list = std::get_if<Kiv::Value::List>(&open_.back().value)) {
       list->push_back(std::move(value));
     } else {
-      std::get<Kiv::Value::Object>(open_.back().value).emplace_back(std::move(open_.back().key), std::move(value));
+      std::get<Kiv::Value::Object>(open_.back().value)
+          .emplace_back(std::move(open_.back().key), std::move(value));
     }
     return true;
   }

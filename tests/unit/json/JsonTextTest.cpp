@@ -48,7 +48,8 @@ TEST(JsonText, MembersKeepTheirOrder) {
 
 TEST(JsonText, AnEntityIsItsTypeAndName) {
   const auto lamp = Kiv::makePtr<Lamp>("hall");
-  EXPECT_EQ(Json::text(Value(Kiv::Ptr<const Kiv::PtrInterface>(lamp))), R"({"type":"House::Lamp","name":"hall"})");
+  EXPECT_EQ(Json::text(Value(Kiv::Ptr<const Kiv::PtrInterface>(lamp))),
+            R"({"type":"House::Lamp","name":"hall"})");
   EXPECT_EQ(Json::text(Value(Kiv::Ptr<const Kiv::PtrInterface>())), "null");
 }
 
@@ -60,7 +61,9 @@ TEST(JsonText, NumbersThatJsonDoesNotKnowAreNull) {
   EXPECT_EQ(Json::text(Value(std::numeric_limits<double>::infinity())), "null");
 }
 
-TEST(JsonText, AnOpaqueValueHasNoText) { EXPECT_THROW(Json::text(Value::opaque(1)), Kiv::ValueError); }
+TEST(JsonText, AnOpaqueValueHasNoText) {
+  EXPECT_THROW(Json::text(Value::opaque(1)), Kiv::ValueError);
+}
 
 TEST(JsonText, RefusesWhatIsNoJsonAndSaysWhere) {
   EXPECT_THAT(errorOf(R"({"a":})"), HasSubstr("not JSON at byte 6"));
@@ -86,7 +89,9 @@ TEST(JsonText, RefusesTextNestedTooDeep) {
   EXPECT_THAT(errorOf(std::string(100'000, '[')), HasSubstr("levels deep"));
 }
 
-TEST(JsonText, RefusesBytesThatAreNoText) { EXPECT_THAT(errorOf("\"a\xff\""), HasSubstr("not JSON at byte 3")); }
+TEST(JsonText, RefusesBytesThatAreNoText) {
+  EXPECT_THAT(errorOf("\"a\xff\""), HasSubstr("not JSON at byte 3"));
+}
 
 TEST(JsonText, AnObjectOfTypeAndNameBecomesTheEntity) {
   const auto lamp = Kiv::makePtr<Lamp>("hall");
@@ -95,9 +100,11 @@ TEST(JsonText, AnObjectOfTypeAndNameBecomesTheEntity) {
     return {};
   };
   const Value asked = Json::parse(R"({"lamps":[{"type":"House::Lamp","name":"hall"}],"type":"x"})");
-  const Value expected(Value::Object{{"lamps", Value::List{Kiv::Ptr<const Kiv::PtrInterface>(lamp)}}, {"type", "x"}});
+  const Value expected(
+      Value::Object{{"lamps", Value::List{Kiv::Ptr<const Kiv::PtrInterface>(lamp)}}, {"type", "x"}});
   EXPECT_EQ(Json::withEntities(asked, find), expected);
-  EXPECT_THROW(Json::withEntities(Json::parse(R"({"type":"House::Lamp","name":"attic"})"), find), Kiv::ValueError);
+  EXPECT_THROW(Json::withEntities(Json::parse(R"({"type":"House::Lamp","name":"attic"})"), find),
+               Kiv::ValueError);
 }
 
 }  // namespace
