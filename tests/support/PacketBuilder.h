@@ -194,7 +194,7 @@ class PacketBuilder {
   Packet build() const {
     std::vector<std::uint8_t> all = bytes_;
     fillIn(all);
-    all.resize(all.size() + trailer_);
+    all.insert(all.end(), trailer_, std::uint8_t{0});
     Packet packet;
     packet.wireLength = wireLength_.value_or(static_cast<std::uint32_t>(all.size()));
     const std::size_t captured = cutTo_ ? std::min(*cutTo_, all.size()) : all.size();
