@@ -85,7 +85,7 @@ TableFile::TableFile(TablePlace place, Descriptor descriptor, Access access)
 }
 
 TableFile::~TableFile() {
-  if (base_ != nullptr) ::munmap(base_, mapped_);
+  ::munmap(reserved_, mapped_);
 }
 
 void TableFile::initialise(int fd, const TablePlace& place, const Creation& creation) {
@@ -204,11 +204,26 @@ void TableFile::judge() {
 }
 
 void TableFile::map() {
-  mapped_ = Layout::mappedBytes(identity_.keyBytes, identity_.recordBytes);
+  const std::uint64_t bytes = Layout::mappedBytes(identity_.keyBytes, identity_.recordBytes);
+  // Regions begin at multiples of a large page; the mapping has to as well, for the kernel to use such pages.
+  mapped_ = bytes + Layout::kRegionAlignment;
+  reserved_ = ::mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (reserved_ == MAP_FAILED) refuse(place_, fmt::format("cannot be mapped: {}", std::strerror(errno)));
+  const std::uint64_t start =
+      Layout::roundUp(reinterpret_cast<std::uintptr_t>(reserved_), Layout::kRegionAlignment);
+  base_ = static_cast<std::byte*>(reserved_) + (start - reinterpret_cast<std::uintptr_t>(reserved_));
   const int protection = access_ == Access::write ? PROT_READ | PROT_WRITE : PROT_READ;
-  void* at = ::mmap(nullptr, mapped_, protection, MAP_SHARED | MAP_NORESERVE, descriptor(), 0);
-  if (at == MAP_FAILED) refuse(place_, fmt::format("cannot be mapped: {}", std::strerror(errno)));
-  base_ = static_cast<std::byte*>(at);
+  if (::mmap(base_, bytes, protection, MAP_SHARED | MAP_FIXED | MAP_NORESERVE, descriptor(), 0) ==
+      MAP_FAILED) {
+    const int error = errno;
+    ::munmap(reserved_, mapped_);
+    refuse(place_, fmt::format("cannot be mapped: {}", std::strerror(error)));
+  }
+}
+
+void TableFile::gatherLargePage(std::uint64_t offset) const {
+  constexpr int kCollapse = 25;  // MADV_COLLAPSE, younger than the C library's headers
+  ::madvise(base_ + offset, Layout::kRegionAlignment, kCollapse);
 }
 
 void TableFile::requireType(const RecordType& type) const {

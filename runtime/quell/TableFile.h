@@ -81,6 +81,10 @@ class TableFile {
   // Gets memory for a part of the file, extending the file when the part lies behind its end. False when
   // there is no room: nothing has changed.
   bool reserve(std::uint64_t offset, std::uint64_t bytes) const;
+  // Asks for one large page at an offset (a multiple of its size), in place of the small ones there: lookups
+  // in a large table spend half their time on address translation otherwise. A file system that has none
+  // keeps small ones.
+  void gatherLargePage(std::uint64_t offset) const;
 
   // Takes the writer's lock of the file. False when somebody has it.
   bool lock();
@@ -101,6 +105,7 @@ class TableFile {
   std::uint64_t slotBytes_ = 0;
   std::uint64_t journalEntryBytes_ = 0;
   std::byte* base_ = nullptr;
+  void* reserved_ = nullptr;  // addresses around the mapping
   std::size_t mapped_ = 0;
   std::atomic<bool> locked_{false};  // the lock is the open file's: users of this object settle it here
 };

@@ -12,18 +12,36 @@ namespace Quell {
 using namespace Layout;
 
 namespace {
-constexpr std::uint64_t kMostStep = std::uint64_t{1} << 20;  // bytes reserved at once: bounds the pause
+constexpr std::uint64_t kMostStep = std::uint64_t{1} << 20;  // bytes reserved ahead: bounds the pause
+}
+
+TableSpace::TableSpace(TableFile& file)
+    : file_(file),
+      index_{kIndexOffset, kMostBuckets * sizeof(Bucket)},
+      overflow_{kOverflowOffset, kMostOverflowBuckets * sizeof(Bucket)},
+      journal_{kJournalOffset, kJournalEntries * file.journalEntryBytes()},
+      records_{file.identity().recordsOffset, kMostSlots * file.slotBytes()} {}
+
+bool TableSpace::reserveTo(Region& region, std::uint64_t end) {
+  if (end <= region.reserved) return true;
+  const std::uint64_t most = roundUp(region.most, kPage);
+  const std::uint64_t step = std::clamp(roundUp(region.reserved / 8, kPage), kPage, kMostStep);
+  const std::uint64_t to = std::min(std::max(roundUp(end, kPage), region.reserved + step), most);
+  if (end > to || !file_.reserve(region.offset + region.reserved, to - region.reserved)) return false;
+  region.reserved = to;
+  gather(region);
+  return true;
+}
+
+void TableSpace::gather(Region& region) {
+  for (; region.gathered + kRegionAlignment / 2 <= region.reserved; region.gathered += kRegionAlignment) {
+    file_.gatherLargePage(region.offset + region.gathered);
+  }
 }
 
 bool TableSpace::extendSlots() {
-  if (slots_ >= kMostSlots) return false;
-  const std::uint64_t offset = file_.identity().recordsOffset;
-  const std::uint64_t end = slots_ * file_.slotBytes();
-  const std::uint64_t step =
-      std::clamp(roundUp(end / 8, kPage), roundUp(kSpareSlots * file_.slotBytes(), kPage), kMostStep);
-  const std::uint64_t most = kMostSlots * file_.slotBytes();
-  const std::uint64_t from = end / kPage * kPage;
-  if (!file_.reserve(offset + from, std::min(end + step, most) - from)) return false;
+  const std::uint64_t wanted = std::min(slots_ + kSpareSlots, kMostSlots);
+  if (slots_ == wanted || !reserveTo(records_, wanted * file_.slotBytes())) return false;
   const std::uint64_t now = file_.slotsInFile();
   for (std::uint64_t slot = slots_; slot < now; ++slot) giveSlot(slot);
   slots_ = now;
@@ -46,25 +64,14 @@ std::uint64_t TableSpace::takeSlot() {
   return slot;
 }
 
-bool TableSpace::reserveTo(std::uint64_t offset, std::uint64_t& reserved, std::uint64_t end,
-                           std::uint64_t most) {
-  if (end <= reserved) return true;
-  const std::uint64_t step = std::clamp(roundUp(reserved / 8, kPage), kPage, kMostStep);
-  const std::uint64_t to = std::min(std::max(roundUp(end, kPage), reserved + step), roundUp(most, kPage));
-  if (end > to || !file_.reserve(offset + reserved, to - reserved)) return false;
-  reserved = to;
-  return true;
-}
-
 bool TableSpace::bucketsReserved(std::uint64_t count) {
-  return reserveTo(kIndexOffset, indexBytes_, count * sizeof(Bucket), kMostBuckets * sizeof(Bucket));
+  return reserveTo(index_, count * sizeof(Bucket));
 }
 
 bool TableSpace::overflowFree(std::uint64_t count) {
   if (freeOverflow_.size() >= count) return true;
   const std::uint64_t used = overflowUsed_ + count - freeOverflow_.size();
-  return reserveTo(kOverflowOffset, overflowBytes_, used * sizeof(Bucket),
-                   kMostOverflowBuckets * sizeof(Bucket));
+  return reserveTo(overflow_, used * sizeof(Bucket));
 }
 
 std::uint64_t TableSpace::takeOverflow() {
@@ -80,9 +87,7 @@ std::uint64_t TableSpace::takeOverflow() {
 }
 
 bool TableSpace::journalReserved(std::uint64_t position) {
-  const std::uint64_t bytes = kJournalEntries * file_.journalEntryBytes();
-  return reserveTo(kJournalOffset, journalBytes_,
-                   (position % kJournalEntries + 1) * file_.journalEntryBytes(), bytes);
+  return reserveTo(journal_, (position % kJournalEntries + 1) * file_.journalEntryBytes());
 }
 
 void TableSpace::usedIs(const std::vector<bool>& slots, const std::vector<bool>& overflow,
@@ -98,14 +103,13 @@ void TableSpace::usedIs(const std::vector<bool>& slots, const std::vector<bool>&
     if (!overflow[number]) giveOverflow(number);
   }
   // Reserving what is reserved costs little and says that no store below will fault.
-  indexBytes_ = overflowBytes_ = journalBytes_ = 0;
-  const bool room =
-      file_.reserve(0, kPage) && bucketsReserved(buckets) && overflowFree(freeOverflow_.size()) &&
-      reserveTo(kOverflowOffset, overflowBytes_, overflowUsed_ * sizeof(Bucket),
-                kMostOverflowBuckets * sizeof(Bucket)) &&
-      (slots_ == 0 || file_.reserve(file_.identity().recordsOffset, slots_ * file_.slotBytes()));
-  if (!room)
+  for (Region* region : {&index_, &overflow_, &journal_, &records_}) region->reserved = region->gathered = 0;
+  const bool room = file_.reserve(0, kPage) && bucketsReserved(buckets) &&
+                    reserveTo(overflow_, overflowUsed_ * sizeof(Bucket)) &&
+                    reserveTo(records_, slots_ * file_.slotBytes());
+  if (!room) {
     throw TableError(fmt::format("{}: the file system has no room for the table", file_.place().fileName()));
+  }
 }
 
 }  // namespace Quell

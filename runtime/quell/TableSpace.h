@@ -13,7 +13,7 @@ namespace Quell {
 
 class TableSpace {
  public:
-  explicit TableSpace(TableFile& file) : file_(file) {}
+  explicit TableSpace(TableFile& file);
 
   // --- Slots, oldest freed first.
   // Makes sure that so many can be taken. False when there is no room.
@@ -36,17 +36,26 @@ class TableSpace {
 
  private:
   bool extendSlots();
-  // Reserves [0, end) of a region in steps; `reserved` is how far it is.
-  bool reserveTo(std::uint64_t offset, std::uint64_t& reserved, std::uint64_t end, std::uint64_t most);
+  // A region of the file, and how far it is reserved and in large pages.
+  struct Region {
+    std::uint64_t offset = 0;
+    std::uint64_t most = 0;
+    std::uint64_t reserved = 0;
+    std::uint64_t gathered = 0;
+  };
+  // Reserves [0, end) of a region, somewhat ahead.
+  bool reserveTo(Region& region, std::uint64_t end);
+  void gather(Region& region);
 
   TableFile& file_;
   std::deque<std::uint32_t> freeSlots_;
   std::uint64_t slots_ = 0;
   std::vector<std::uint32_t> freeOverflow_;
   std::uint64_t overflowUsed_ = 0;  // overflow buckets that were ever in use
-  std::uint64_t indexBytes_ = 0;
-  std::uint64_t overflowBytes_ = 0;
-  std::uint64_t journalBytes_ = 0;
+  Region index_;
+  Region overflow_;
+  Region journal_;
+  Region records_;
 };
 
 }  // namespace Quell
