@@ -94,10 +94,6 @@ class ParsedPacket {
 
  private:
   void fullParse();
-  void add(HeaderName name, std::uint32_t offset, std::uint32_t length);
-  std::uint16_t skipTags(std::uint16_t etherType, std::uint32_t& offset);
-  bool parseIpv4(std::uint32_t offset);
-  bool parseIpv6(std::uint32_t offset);
 
   Pavo::Pkt pkt_;
   std::array<PacketHeader, kMostHeaders> headers_;

@@ -53,89 +53,93 @@ constexpr KnownByProtocol behindIpv6() {
 constexpr KnownByProtocol kBehindIpv4 = behindIpv4();
 constexpr KnownByProtocol kBehindIpv6 = behindIpv6();
 
-bool isTag(std::uint16_t etherType) {
+inline bool isTag(std::uint16_t etherType) {
   return etherType == EtherType::kTag || etherType == EtherType::kServiceTag;
+}
+
+// An IP header and what stands behind it.
+struct IpLayer {
+  std::uint32_t bytes = 0;        // of the header, with options; 0: there is none
+  std::uint32_t behindBytes = 0;  // of the entry behind it
+  HeaderName behind = HeaderName::Payload;
+};
+
+// The entry behind an IP header of so many bytes, by what is known of its protocol and how many bytes are
+// left.
+inline IpLayer layer(std::uint32_t headerBytes, Known known, std::uint32_t left) {
+  const bool stands = known.bytes != 0 && known.bytes <= left;
+  return {headerBytes, stands ? known.bytes : left, stands ? known.name : HeaderName::Payload};
+}
+
+// In both, so many bytes from the IP header on are captured. Every read is of bytes that a comparison before
+// it found to be among them: bounds are tested once a header, not once a field.
+inline IpLayer ipv4At(const std::uint8_t* ip, std::uint32_t available) {
+  if (available < Pavo::IpHdr::kBytes) return {};
+  const std::uint32_t version = ip[0] >> 4;
+  const std::uint32_t headerBytes = (ip[0] & 0xfU) * 4;
+  const std::uint32_t totalLength = Pavo::load16(ip + 2);
+  if (version != 4 || headerBytes < Pavo::IpHdr::kBytes || headerBytes > available) return {};
+  if (totalLength != 0 && totalLength < headerBytes) return {};
+  const std::uint32_t bound = totalLength != 0 ? std::min(totalLength, available) : available;
+  const bool laterFragment = (Pavo::load16(ip + 6) & 0x1fffU) != 0;
+  return layer(headerBytes, laterFragment ? Known{} : kBehindIpv4[ip[9]], bound - headerBytes);
+}
+
+inline IpLayer ipv6At(const std::uint8_t* ip, std::uint32_t available) {
+  if (available < Pavo::Ip6Hdr::kBytes || ip[0] >> 4 != 6) return {};
+  const std::uint32_t payloadLength = Pavo::load16(ip + 4);
+  const std::uint32_t left = available - Pavo::Ip6Hdr::kBytes;
+  return layer(Pavo::Ip6Hdr::kBytes, kBehindIpv6[ip[6]],
+               payloadLength != 0 ? std::min(payloadLength, left) : left);
 }
 
 }  // namespace
 
-inline void ParsedPacket::add(HeaderName name, std::uint32_t offset, std::uint32_t length) {
-  headers_[count_] = PacketHeader(name, count_, offset, length);
-  ++count_;
-}
-
-// Every read below is of bytes that a comparison before it found to be captured: bounds are tested once a
-// header, not once a field.
 void ParsedPacket::fullParse() {
-  parsed_ = true;
+  const std::uint8_t* const front = pkt_.front();
   const std::uint32_t captured = pkt_.capturedLength();
+  std::uint8_t count = 0;
+  const auto add = [&](HeaderName name, std::uint32_t offset, std::uint32_t length) {
+    headers_[count] = PacketHeader(name, count, offset, length);
+    ++count;
+  };
+  const auto finish = [&] {
+    count_ = count;
+    parsed_ = true;
+  };
   if (captured < kEthernetBytes) {
     add(HeaderName::Payload, 0, captured);
-    return;
+    return finish();
   }
   add(HeaderName::Ethernet, 0, kEthernetBytes);
-  std::uint16_t etherType = Pavo::load16(pkt_.front() + kEthernetBytes - 2);
+  std::uint16_t etherType = Pavo::load16(front + kEthernetBytes - 2);
   std::uint32_t offset = kEthernetBytes;
-  if (isTag(etherType)) etherType = skipTags(etherType, offset);
-  if (etherType == EtherType::kIpv4 && parseIpv4(offset)) return;
-  if (etherType == EtherType::kIpv6 && parseIpv6(offset)) return;
-  add(etherType == EtherType::kArp ? HeaderName::Arp : HeaderName::Payload, offset, captured - offset);
-}
 
-// The Ethernet type behind the tags. A tag that is cut short ends them: it is what the payload begins with.
-std::uint16_t ParsedPacket::skipTags(std::uint16_t etherType, std::uint32_t& offset) {
-  const std::uint32_t captured = pkt_.capturedLength();
-  const std::uint32_t begin = offset;
-  while (isTag(etherType) && captured - offset >= kTagBytes) {
-    const std::uint8_t* tag = pkt_.front() + offset;
-    if (!tagged_) {
-      tagged_ = true;
-      firstTag_ = Pavo::load16(tag);
-    }
-    etherType = Pavo::load16(tag + 2);
-    offset += kTagBytes;
+  // A tag that is cut short ends the tags: it is what the payload begins with.
+  if (isTag(etherType) && captured - offset >= kTagBytes) {
+    tagged_ = true;
+    firstTag_ = Pavo::load16(front + offset);
+    do {
+      etherType = Pavo::load16(front + offset + 2);
+      offset += kTagBytes;
+    } while (isTag(etherType) && captured - offset >= kTagBytes);
+    add(HeaderName::Vlan, kEthernetBytes, offset - kEthernetBytes);
   }
-  if (tagged_) add(HeaderName::Vlan, begin, offset - begin);
-  return etherType;
-}
 
-bool ParsedPacket::parseIpv4(std::uint32_t offset) {
-  const std::uint32_t available = pkt_.capturedLength() - offset;
-  if (available < Pavo::IpHdr::kBytes) return false;
-  const std::uint8_t* ip = pkt_.front() + offset;
-  const std::uint32_t version = ip[0] >> 4;
-  const std::uint32_t headerBytes = (ip[0] & 0xfU) * 4;
-  const std::uint32_t totalLength = Pavo::load16(ip + 2);
-  if (version != 4 || headerBytes < Pavo::IpHdr::kBytes || headerBytes > available) return false;
-  if (totalLength != 0 && totalLength < headerBytes) return false;
-
-  ipPosition_ = count_;
-  add(HeaderName::Ipv4, offset, headerBytes);
-  const std::uint32_t bound = totalLength != 0 ? std::min(totalLength, available) : available;
-  const std::uint32_t behind = bound - headerBytes;
-  const bool laterFragment = (Pavo::load16(ip + 6) & 0x1fffU) != 0;
-  const Known known = kBehindIpv4[ip[9]];
-  const bool stands = !laterFragment && known.bytes != 0 && known.bytes <= behind;
-  add(stands ? known.name : HeaderName::Payload, offset + headerBytes, stands ? known.bytes : behind);
-  return true;
-}
-
-bool ParsedPacket::parseIpv6(std::uint32_t offset) {
-  const std::uint32_t available = pkt_.capturedLength() - offset;
-  if (available < Pavo::Ip6Hdr::kBytes) return false;
-  const std::uint8_t* ip = pkt_.front() + offset;
-  const std::uint32_t payloadLength = Pavo::load16(ip + 4);
-  if (ip[0] >> 4 != 6) return false;
-
-  ipPosition_ = count_;
-  add(HeaderName::Ipv6, offset, Pavo::Ip6Hdr::kBytes);
-  const std::uint32_t left = available - Pavo::Ip6Hdr::kBytes;
-  const std::uint32_t behind = payloadLength != 0 ? std::min(payloadLength, left) : left;
-  const Known known = kBehindIpv6[ip[6]];
-  const bool stands = known.bytes != 0 && known.bytes <= behind;
-  add(stands ? known.name : HeaderName::Payload, offset + Pavo::Ip6Hdr::kBytes,
-      stands ? known.bytes : behind);
-  return true;
+  IpLayer ip;
+  if (etherType == EtherType::kIpv4) {
+    ip = ipv4At(front + offset, captured - offset);
+  } else if (etherType == EtherType::kIpv6) {
+    ip = ipv6At(front + offset, captured - offset);
+  }
+  if (ip.bytes != 0) {
+    ipPosition_ = count;
+    add(etherType == EtherType::kIpv4 ? HeaderName::Ipv4 : HeaderName::Ipv6, offset, ip.bytes);
+    add(ip.behind, offset + ip.bytes, ip.behindBytes);
+  } else {
+    add(etherType == EtherType::kArp ? HeaderName::Arp : HeaderName::Payload, offset, captured - offset);
+  }
+  finish();
 }
 
 }  // namespace Pexa

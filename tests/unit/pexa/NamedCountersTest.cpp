@@ -78,6 +78,22 @@ TEST(NamedCounters, AFloodOfReasonsIsCountedTogether) {
   EXPECT_EQ(counters.value("Drop", "Sft", "packet 0"), 2U);
 }
 
+TEST(NamedCounters, TextsThatDifferInOneByteAreTwoReasonsAtEveryLength) {
+  for (std::size_t length = 1; length <= 40; ++length) {
+    std::string text(length, 'x');  // one buffer for all: its address alone tells nothing
+    NamedCounters counters;
+    counters.count("Drop", "Sft", text);
+    for (char& c : text) {
+      c = 'y';
+      counters.count("Drop", "Sft", text);
+      c = 'x';
+      counters.count("Drop", "Sft", text);
+    }
+    EXPECT_EQ(counters.all().size(), length + 1);
+    EXPECT_EQ(counters.value("Drop", "Sft", text), length + 1);
+  }
+}
+
 TEST(NamedCounters, AnEmptyReasonIsAReason) {
   NamedCounters counters;
   counters.count({}, {}, {});
