@@ -198,7 +198,7 @@ double SflowExporter::nextCounters() {
   for (std::uint32_t portIndex = 0; portIndex < counters_->ports(); ++portIndex) {
     next = std::min(next, source(portIndex).counterTime);
   }
-  return next;
+  return std::min(next, Kiv::System::currentTimeUtc() + counterInterval_);  // should the clock be set back
 }
 
 SflowExporter::Source& SflowExporter::source(std::uint32_t portIndex) {

@@ -47,9 +47,7 @@ void decode(const RecordWords& words, TraceRecord& record) {
 }  // namespace
 
 TraceReader::TraceReader(std::filesystem::path file)
-    : path_(std::move(file)),
-      ring_(RingMapping::open(path_, RingMapping::Access::read)),
-      position_(ring_->tail()) {}
+    : path_(std::move(file)), ring_(openRing(path_)), position_(ring_->tail()) {}
 
 TraceReader::~TraceReader() = default;
 
