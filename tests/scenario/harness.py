@@ -46,10 +46,11 @@ def udp_frame(source, destination, sport, dport, payload=b"", vlan=None):
 
 def write_capture(path, frames, link=1, cut=0, times=None):
     """A pcap file of these frames, without its last `cut` bytes."""
-    data = struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, link)
+    parts = [struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, link)]
     for number, frame in enumerate(frames):
         seconds = times[number] if times else number
-        data += struct.pack("<IIII", int(seconds), int(seconds % 1 * 1e6), len(frame), len(frame)) + frame
+        parts += [struct.pack("<IIII", int(seconds), int(seconds % 1 * 1e6), len(frame), len(frame)), frame]
+    data = b"".join(parts)
     pathlib.Path(path).write_bytes(data[: len(data) - cut])
 
 
