@@ -2,12 +2,14 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <algorithm>
+#include <filesystem>
+#include <string>
 
 #include "PexaPlugin.h"
-#include "RecordingManagers.h"
 #include "mirro/StateDatabase.h"
+#include "quell/SharedTables.h"
 
 namespace SampledFlowTracker {
 namespace {
@@ -29,7 +31,8 @@ bool isMapped() {
 
 // Everything of the agent that a plugin gets hold of.
 struct Agent {
-  Agent() {
+  explicit Agent(const std::filesystem::path& runDir)
+      : tables(Kiv::makePtr<Quell::SharedTables>("tables", runDir.string())) {
     manager->agent = Kiv::makePtr<Pexa::PexaAgent>("agent", tables);
     manager->ports = Kiv::makePtr<Pexa::Ports>("ports");
     manager->counterHolder = Kiv::makePtr<Pexa::Counter::PktCounterCollectionHolder>("counters");
@@ -56,9 +59,12 @@ struct Agent {
     manager->counterHolder->clear();
     manager->pluginDelAll();
     database->clear();
-    tables->tables.clear();
+    context.reset();
+    manager->agent.reset();
+    EXPECT_EQ(tables->references(), 1U) << "nobody but this test holds the tables any more";
+    tables.reset();
   }
-  Kiv::Ptr<RecordingTables> tables = Kiv::makePtr<RecordingTables>();
+  Kiv::Ptr<Quell::SharedTables> tables;
   Kiv::Ptr<Pexa::PluginManager> manager = Kiv::makePtr<Pexa::PluginManager>("plugins");
   Kiv::Ptr<Mirro::StateDatabase> database = Kiv::makePtr<Mirro::StateDatabase>("state");
   Kiv::Ptr<Pexa::PluginContext> context;
@@ -66,7 +72,11 @@ struct Agent {
 
 class ModuleTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_FALSE(isMapped()); }
+  void SetUp() override {
+    ASSERT_FALSE(isMapped());
+    std::filesystem::create_directories(runDir);
+  }
+  void TearDown() override { std::filesystem::remove_all(runDir); }
   void load() {
     library = ::dlopen(SFT_PLUGIN_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << ::dlerror();
@@ -76,6 +86,8 @@ class ModuleTest : public ::testing::Test {
     EXPECT_FALSE(isMapped()) << "the library stays in the process";
   }
   void* library = nullptr;
+  std::filesystem::path runDir =
+      std::filesystem::temp_directory_path() / ("sft-module-" + std::to_string(::getpid()));
 };
 
 TEST_F(ModuleTest, RegistersItselfAndItsTypesAsItIsLoadedAndTakesThemWithIt) {
@@ -95,7 +107,7 @@ TEST_F(ModuleTest, RegistersItselfAndItsTypesAsItIsLoadedAndTakesThemWithIt) {
 TEST_F(ModuleTest, LivesThroughAnAgentsLifeAndLeavesNothingBehind) {
   const auto before = typeNames();
   for (int life = 0; life < 2; ++life) {
-    Agent agent;
+    Agent agent(runDir);
     load();
     agent.start();
     ASSERT_EQ(agent.manager->plugins().size(), 1U);
@@ -104,7 +116,7 @@ TEST_F(ModuleTest, LivesThroughAnAgentsLifeAndLeavesNothingBehind) {
     EXPECT_EQ(agent.manager->steps->output().size(), 1U);
     ASSERT_EQ(agent.manager->counterHolder->collections().size(), 1U);
     EXPECT_EQ(agent.manager->counterHolder->collections()[0]->name(), "SftHardwareOffload");
-    EXPECT_EQ(agent.tables->tables.size(), 4U);
+    EXPECT_EQ(agent.tables->mounted().size(), 4U);
     EXPECT_EQ(agent.database->get("hardware/flowtracking/capabilities/sampled", "supported"),
               Kiv::Value(true));
     EXPECT_EQ(agent.database->get("flowtracking/hoStatus/sampled", "v4enabled"), Kiv::Value(true));
@@ -117,14 +129,13 @@ TEST_F(ModuleTest, LivesThroughAnAgentsLifeAndLeavesNothingBehind) {
     EXPECT_EQ(config->references(), 1U) << "this test's";
     EXPECT_EQ(ports->references(), 2U) << "this test's and the agent's";
     EXPECT_EQ(agent.manager->references(), 1U);
-    EXPECT_EQ(agent.tables->references(), 2U) << "this test's and the agent object's";
     EXPECT_THAT(Plugin::Impl::LoaderImpl::registrations(), IsEmpty());
     EXPECT_EQ(typeNames(), before);
   }
 }
 
 TEST_F(ModuleTest, CanBeUnloadedBeforeItsMountsAreComplete) {
-  Agent agent;
+  Agent agent(runDir);
   load();
   agent.context = Kiv::makePtr<Pexa::PluginContext>("context", agent.database, agent.manager->agent);
   Pexa::DefaultPluginLoader().initPlugins(agent.context.get());
