@@ -267,7 +267,8 @@ struct Header {
   Word stateCopy;    // follows state; the writer that repairs falls back on it
   Word entries;      // count word
   Word journalHead;  // position of the next journal entry
-  std::array<std::byte, 104> unused2;
+  Word overflow;     // count word: overflow buckets that were ever in use
+  std::array<std::byte, 96> unused2;
   Word writer;    // process id of the writer; 0 when the last one left in order
   Word sessions;  // how often a writer began
   std::array<std::byte, 2048 - 1296> unused3;

@@ -110,6 +110,7 @@ void TableFile::initialise(int fd, const TablePlace& place, const Creation& crea
   writeAt(fd, place, &state, sizeof state, offsetof(Layout::Header, state));
   writeAt(fd, place, &state, sizeof state, offsetof(Layout::Header, stateCopy));
   writeAt(fd, place, &entries, sizeof entries, offsetof(Layout::Header, entries));
+  writeAt(fd, place, &entries, sizeof entries, offsetof(Layout::Header, overflow));
 }
 
 Descriptor TableFile::openNamed(const TablePlace& place, Access access) {

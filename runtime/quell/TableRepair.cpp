@@ -39,6 +39,8 @@ class Repairer {
                                      file_.place().fileName()));
       }
     }
+    const std::uint64_t overflow = header.overflow.load(std::memory_order_relaxed);
+    mostOverflow_ = countValid(overflow) ? countOf(overflow) : kMostOverflowBuckets;
     found_.buckets = stateBuckets(state);
     found_.compactions = stateCompactions(state);
   }
@@ -106,7 +108,7 @@ class Repairer {
   }
 
   bool takeOverflow(std::uint64_t number) {
-    if (number >= kMostOverflowBuckets) return false;
+    if (number >= mostOverflow_) return false;
     if (number >= found_.overflow.size()) found_.overflow.resize(number + 1, false);
     if (found_.overflow[number]) return false;  // two chains, or a circle
     found_.overflow[number] = true;
@@ -142,6 +144,7 @@ class Repairer {
   };
   TableFile& file_;
   TableRepair found_;
+  std::uint64_t mostOverflow_ = 0;
   std::vector<Seen> keys_;  // of the chain in hand
 };
 

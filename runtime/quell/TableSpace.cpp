@@ -77,7 +77,7 @@ bool TableSpace::overflowFree(std::uint64_t count) {
 std::uint64_t TableSpace::takeOverflow() {
   std::uint64_t number = overflowUsed_;
   if (freeOverflow_.empty()) {
-    ++overflowUsed_;
+    file_.header().overflow.store(countWord(++overflowUsed_), std::memory_order_relaxed);
   } else {
     number = freeOverflow_.back();
     freeOverflow_.pop_back();
@@ -99,6 +99,7 @@ void TableSpace::usedIs(const std::vector<bool>& slots, const std::vector<bool>&
     if (!slots[slot]) giveSlot(slot);
   }
   overflowUsed_ = overflow.size();
+  file_.header().overflow.store(countWord(overflowUsed_), std::memory_order_relaxed);
   for (std::uint64_t number = 0; number < overflow.size(); ++number) {
     if (!overflow[number]) giveOverflow(number);
   }
