@@ -61,7 +61,12 @@ class PexaSftHoCounterCollection : public PktCounterCollectionBase {
   }
   template <class Domain>
   Kiv::Ptr<SftHoCounter<Domain>> counterIs(const FlowTracking::FlowKey<Domain>& key) {
-    auto [counter, inserted] = mutableCounters<Domain>().findOrInsert(key);
+    return counterIs(key, SftHoCounterMap<Domain>::hashOf(key));
+  }
+  // With the key's hash at hand.
+  template <class Domain>
+  Kiv::Ptr<SftHoCounter<Domain>> counterIs(const FlowTracking::FlowKey<Domain>& key, std::uint64_t hash) {
+    auto [counter, inserted] = mutableCounters<Domain>().findOrInsert(key, hash);
     if (inserted) [[unlikely]] {
       *counter = Kiv::makePtr<SftHoCounter<Domain>>(key);
       (*counter)->hasNotificationActiveIs(true);

@@ -60,8 +60,9 @@ class Map {
 
   // The mapped value under a key; a default one is inserted when there is none. The reference is valid until
   // the map changes. The flag tells whether it was inserted.
-  std::pair<Mapped*, bool> findOrInsert(const Key& key) {
-    const std::uint64_t hash = Hash{}(key);
+  std::pair<Mapped*, bool> findOrInsert(const Key& key) { return findOrInsert(key, hashOf(key)); }
+  // The same with the key's hash at hand.
+  std::pair<Mapped*, bool> findOrInsert(const Key& key, std::uint64_t hash) {
     if (Entry* found = const_cast<Entry*>(findHashed(hash, key))) return {&found->value, false};
     return {&insertNew(hash, key, Mapped{}).value, true};
   }
@@ -111,6 +112,22 @@ class Map {
   std::size_t memory() const { return slots_.capacity() * sizeof(Slot); }
   // Where to prefetch ahead of a find(key).
   const void* place(const Key& key) const { return slots_.empty() ? nullptr : &slots_[home(Hash{}(key))]; }
+  // Looking ahead: a key's hash, computed once; the memory that a find of it reads first, asked for; and, when
+  // that has arrived, the entry that a find of it will most likely give, or null.
+  static std::uint64_t hashOf(const Key& key) { return Hash{}(key); }
+  void prefetch(std::uint64_t hash) const {
+    if (slots_.empty()) return;
+    const auto* at = reinterpret_cast<const char*>(&slots_[home(hash)]);
+    __builtin_prefetch(at);
+    __builtin_prefetch(at + sizeof(Slot) - 1);
+  }
+  const Entry* peek(std::uint64_t hash) const {
+    if (slots_.empty()) return nullptr;
+    for (std::size_t at = home(hash); at < slots_.size() && slots_[at].used && slots_[at].hash <= hash; ++at) {
+      if (slots_[at].hash == hash) return &slots_[at].entry;
+    }
+    return nullptr;
+  }
 
  private:
   struct Slot {

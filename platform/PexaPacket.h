@@ -123,6 +123,7 @@ struct PacketState {
   struct LookAhead {
     std::uint64_t hash = 0;
     bool valid = false;
+    std::uint64_t counterHash = 0;  // of the flow's local counter
   };
   std::array<LookAhead, 2> lookAhead;
 };

@@ -16,7 +16,7 @@
 
 namespace Sflow {
 
-using IntfSet = Kiv::Set<Pavo::IntfId>;
+using IntfSet = Kiv::Set<Pavo::IntfId, Pavo::IntfIdHash>;
 
 // The configuration of sFlow, or of a feature that samples as sFlow does: whether it is on, and the
 // interfaces on which packets are sampled in each direction.

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 #include "TraceHandles.h"
 
@@ -86,23 +87,27 @@ template <class Domain>
   status.map<Domain>().doCorruptionDetected(damage.what());
 }
 
-// The state of the flow's status record, none when it has no record. A record carries the key under which it
-// was found, and that key has an interface: a record that was found is never equal to a default one.
+// The state of the flow's status record, nothing when it has no record. A record carries the key under which
+// it was found, and that key has an interface: a record that was found is never equal to a default one.
 template <class Domain>
-HoFlowState statusOf(const HoFlowStatus* status, const HoFlowKey<Domain>& key,
-                     Pexa::PacketState::LookAhead& ahead, bool& found) {
-  found = false;
+std::optional<HoFlowState> statusOf(const HoFlowStatus* status, const HoFlowKey<Domain>& key,
+                                    std::uint64_t hash) {
+  if (status == nullptr) return std::nullopt;
   HoFlowStatusRecord<Domain> record;
-  if (status != nullptr) {
-    const auto& map = status->map<Domain>();
-    try {
-      found = map.find(key, ahead.valid ? ahead.hash : map.hash(key), record);
-    } catch (const Fenn::CorruptionDetectedException& damage) {
-      reportCorruption<Domain>(*status, damage);
-    }
+  try {
+    if (status->map<Domain>().find(key, hash, record)) return record.state;
+  } catch (const Fenn::CorruptionDetectedException& damage) {
+    reportCorruption<Domain>(*status, damage);
   }
+  return std::nullopt;
+}
+
+// What was left when the packet was looked at ahead; it is good for one decision.
+Pexa::PacketState::LookAhead takeLookAhead(PacketContext pktCtx, AllowedTrafficDirection direction) {
+  auto& ahead = pktCtx.lookAhead(direction);
+  const Pexa::PacketState::LookAhead taken = ahead;
   ahead.valid = false;
-  return found ? record.state : HoFlowState::none;
+  return taken;
 }
 
 }  // namespace
@@ -128,9 +133,12 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
                               flowIntf(pktCtx, direction, intfId));
   if (key.intfId.empty()) stopWithoutInterface();
 
-  bool found = false;
-  const HoFlowState state = statusOf(hoFlowStatus.get(), key, pktCtx.lookAhead(direction), found);
-  if (!found) {
+  using StatusMap = Quell::Map<HoFlowKey<Domain>, HoFlowStatusRecord<Domain>>;
+  using CounterMap = Pexa::Counter::SftHoCounterMap<Domain>;
+  const auto ahead = takeLookAhead(pktCtx, direction);
+  const std::optional<HoFlowState> state =
+      statusOf(hoFlowStatus.get(), key, ahead.valid ? ahead.hash : StatusMap::hash(key));
+  if (!state) {
     countReason(pktCtx, kDrop, "No flow status");
     traceOutcome(pktCtx, noStatus, "No flow status");
     return false;
@@ -142,7 +150,8 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
   }
   using Header = typename IpFamily<Domain>::Header;
   const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
-  localHoCounters->counterIs(key.ipFlowKey)->hoCount(key.intfId, ip.packetBytes());
+  const std::uint64_t counterHash = ahead.valid ? ahead.counterHash : CounterMap::hashOf(key.ipFlowKey);
+  localHoCounters->counterIs(key.ipFlowKey, counterHash)->hoCount(key.intfId, ip.packetBytes());
   traceOutcome(pktCtx, offloaded, "Hw sampling packet");
   return true;
 }
@@ -218,9 +227,12 @@ void OffloadLookAhead::firstIp(PacketContext pktCtx, const PacketHeader& ipHeade
                               flowIntf(pktCtx, direction, intfId));
   const auto& map = hoFlowStatus_->map<Domain>();
   auto& ahead = pktCtx.lookAhead(direction);
+  const auto& counters = localHoCounters_.counters<Domain>();
   ahead.hash = map.hash(key);
   ahead.valid = true;
   map.prefetchIndex(ahead.hash);
+  ahead.counterHash = counters.hashOf(key.ipFlowKey);
+  counters.prefetch(ahead.counterHash);
 }
 
 void OffloadLookAhead::second(PacketContext pktCtx, AllowedTrafficDirection direction) const {
@@ -228,9 +240,19 @@ void OffloadLookAhead::second(PacketContext pktCtx, AllowedTrafficDirection dire
   if (!ahead.valid) return;
   const PacketHeader& ipHeader = *pktCtx.parsedPacket().firstHeaderIpAnyVersion();
   if (ipHeader.name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) {
-    hoFlowStatus_->map<Pavo::Traits::IPv4>().prefetchRecord(ahead.hash);
+    secondIp<Pavo::Traits::IPv4>(ahead);
   } else {
-    hoFlowStatus_->map<Pavo::Traits::IPv6>().prefetchRecord(ahead.hash);
+    secondIp<Pavo::Traits::IPv6>(ahead);
+  }
+}
+
+template <class Domain>
+void OffloadLookAhead::secondIp(const Pexa::PacketState::LookAhead& ahead) const {
+  hoFlowStatus_->map<Domain>().prefetchRecord(ahead.hash);
+  if (const auto* entry = localHoCounters_.counters<Domain>().peek(ahead.counterHash)) {
+    const auto* counter = reinterpret_cast<const char*>(entry->value.get());
+    __builtin_prefetch(counter, 1);
+    __builtin_prefetch(counter + 64, 1);
   }
 }
 

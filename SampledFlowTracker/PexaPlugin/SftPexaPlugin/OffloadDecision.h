@@ -34,26 +34,34 @@ bool maybeOffloadIp(const Kiv::Ptr<const FlowTracking::HoFlowStatus>& hoFlowStat
                     const Pexa::PacketHeader& ipHeader, Pexa::PacketContext pktCtx,
                     Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId);
 
-// What the decision on a burst of packets can have ready beforehand, in two passes over the burst, so that
-// the memory of one packet arrives while the next is prepared.
+// What the decision on a burst of packets can have ready beforehand, in passes over the burst, so that the
+// memory of one packet arrives while the others are prepared.
 class OffloadLookAhead {
  public:
-  OffloadLookAhead(const FlowTracking::HoFlowStatus* hoFlowStatus, bool hwOffloadIpv4, bool hwOffloadIpv6)
-      : hoFlowStatus_(hoFlowStatus), hwOffloadIpv4_(hwOffloadIpv4), hwOffloadIpv6_(hwOffloadIpv6) {}
+  using Counters = Pexa::Counter::PexaSftHoCounterCollection;
+  OffloadLookAhead(const FlowTracking::HoFlowStatus* hoFlowStatus, const Counters& localHoCounters,
+                   bool hwOffloadIpv4, bool hwOffloadIpv6)
+      : hoFlowStatus_(hoFlowStatus),
+        localHoCounters_(localHoCounters),
+        hwOffloadIpv4_(hwOffloadIpv4),
+        hwOffloadIpv6_(hwOffloadIpv6) {}
 
-  // Parses the packet; if the decision will look it up, leaves the key's hash in the context and asks for the
-  // index's memory. The interface is the one that the decision will use.
+  // Parses the packet; if the decision will look it up, leaves the hashes of its keys in the context and asks
+  // for the memory that their lookups read first. The interface is the one that the decision will use.
   void first(Pexa::PacketContext pktCtx, Bridging::AllowedTrafficDirection direction,
              const Pavo::IntfId& intfId) const;
-  // Asks for the memory of the record.
+  // Asks for the memory of the status record and of the local counter.
   void second(Pexa::PacketContext pktCtx, Bridging::AllowedTrafficDirection direction) const;
 
  private:
   template <class Domain>
   void firstIp(Pexa::PacketContext pktCtx, const Pexa::PacketHeader& ipHeader,
                Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const;
+  template <class Domain>
+  void secondIp(const Pexa::PacketState::LookAhead& ahead) const;
 
   const FlowTracking::HoFlowStatus* hoFlowStatus_;  // null: there is no table
+  const Counters& localHoCounters_;
   bool hwOffloadIpv4_;
   bool hwOffloadIpv6_;
 };

@@ -70,7 +70,7 @@ void SftSampler<Direction>::lookAhead(std::span<const Context> burst) {
   const bool ipv4 = hwOffloadIpv4();
   const bool ipv6 = hwOffloadIpv6();
   if (!ipv4 && !ipv6) return;
-  const OffloadLookAhead ahead(hoFlowStatus_.get(), ipv4, ipv6);
+  const OffloadLookAhead ahead(hoFlowStatus_.get(), *localHoCounters_, ipv4, ipv6);
   for (const Context& context : burst) {
     const Pexa::PacketContext pktCtx = Direction::packetContext(context);
     pktCtx.lookAhead(Direction::kDirection).valid = false;
