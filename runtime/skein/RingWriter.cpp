@@ -73,12 +73,12 @@ bool RingWriter::openFormer(const std::filesystem::path& file, std::uint64_t byt
                  file.string());
     return false;
   }
-  findEnd();
+  findEnd(file);
   return true;
 }
 
 // Walks over the records left by the writer before. What is damaged goes, with all that is older.
-void RingWriter::findEnd() {
+void RingWriter::findEnd(const std::filesystem::path& file) {
   head_ = ring_->head();
   tail_ = ring_->tail();
   RecordWords words;
@@ -95,7 +95,9 @@ void RingWriter::findEnd() {
     }
   }
   if (damaged == 0) return;
-  spdlog::warn("trace file: damaged records left by the process before; they and the older ones are dropped");
+  spdlog::warn(
+      "trace file {}: damaged records left by the writer before; they and the older ones are dropped",
+      file.string());
   ring_->tailIs(tail_ = std::min(ring_->recordPosition(tail_), head_));
 }
 

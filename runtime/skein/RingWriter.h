@@ -24,7 +24,7 @@ class RingWriter {
 
  private:
   bool openFormer(const std::filesystem::path& file, std::uint64_t bytes);
-  void findEnd();
+  void findEnd(const std::filesystem::path& file);
   void makeRoom(std::uint64_t end);
   void publish(RecordWords& words, std::uint64_t bytes);
 
