@@ -2,8 +2,8 @@
 //
 //   quell_bench --benchmark_filter=Hit
 //
-// Each looks up keys in random order and copies the record out. "Burst" announces 32 keys ahead, as the packet
-// path does.
+// Each looks up keys in random order and copies the record out. "Burst" announces 32 keys ahead, as the
+// packet path does.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
@@ -32,8 +32,8 @@ struct FlowStatus {
 static_assert(sizeof(FlowKey) == 48 && sizeof(FlowStatus) == 72);
 
 const Quell::RecordType& statusType() {
-  static const Quell::RecordType type{"Bench::FlowStatus", sizeof(FlowStatus), sizeof(FlowKey), nullptr, nullptr,
-                                      nullptr, nullptr};
+  static const Quell::RecordType type{
+      "Bench::FlowStatus", sizeof(FlowStatus), sizeof(FlowKey), nullptr, nullptr, nullptr, nullptr};
   return type;
 }
 
@@ -72,7 +72,9 @@ std::vector<FlowKey> shuffled(std::uint32_t count, std::uint32_t first) {
 }
 constexpr std::uint32_t kAbsent = 1U << 28;
 
-FlowStatus statusOf(std::uint32_t id) { return {keyOf(id), 2, id * 1.0, id * 2.0}; }
+FlowStatus statusOf(std::uint32_t id) {
+  return {keyOf(id), 2, id * 1.0, id * 2.0};
+}
 
 Flows& shared(std::uint32_t count) {
   static Kiv::Ptr<Flows> flows;
