@@ -11,4 +11,5 @@ pkg_check_modules(TOMLPP REQUIRED IMPORTED_TARGET tomlplusplus)
 
 if(NOT SFT_FUZZ)
   find_package(GTest REQUIRED)
+  find_package(rapidcheck REQUIRED)
 endif()

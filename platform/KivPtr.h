@@ -101,6 +101,10 @@ class Ptr {
   template <class U>
   requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
   noexcept : Ptr(other.get()) {}  // NOLINT(google-explicit-constructor): as raw pointers do
+  template <class U>
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept
+      : object_(std::exchange(other.object_, nullptr)) {}  // NOLINT(google-explicit-constructor): as above
   ~Ptr() { reset(); }
 
   Ptr& operator=(Ptr other) noexcept {
@@ -124,6 +128,8 @@ class Ptr {
   bool operator==(std::nullptr_t) const noexcept { return object_ == nullptr; }
 
  private:
+  template <class U>
+  friend class Ptr;
   T* object_ = nullptr;
 };
 
