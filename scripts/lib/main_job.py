@@ -301,21 +301,23 @@ def check_ended(checks, bench, outcome, collector, status):
 
 
 def show_commands(page, bench, root, keep):
-    page.head("Try next" if keep else "Try next, against a run directory that stays")
-    sft = f"{os.path.relpath(bench.sft_program, root)} --run-dir {bench.directory if keep else 'DIR'}"
-    if not keep:
-        print("  scripts/run --keep                  # the agent stays up until Ctrl-C and DIR is printed; then, elsewhere:")
+    page.head("Try next")
+    if keep:
+        print(f"  export PEXA_RUN_DIR={bench.directory}")
+    else:
+        print(f"  {'scripts/run --keep':<52} {page.paint('2', '# the agent stays up; export the PEXA_RUN_DIR it prints, then:')}")
+    sft = os.path.relpath(bench.sft_program, root)
     for command, purpose in (
         ("table list", "the shared tables: type, entries, writer"),
         ("local", "the flows counted in hardware"),
         ("reasons", "why packets were treated as they were"),
-        (f"--json table dump {STATUS_TABLE} hoIpFlowStatus", "every offload status"),
         ("state get hardware/flowtracking/config/sampled", "the configuration in force"),
-        ("trace", "what the agent did, last in the trace ring"),
+        ("trace", "what the agent did: its trace ring"),
+        (f"table dump {STATUS_TABLE} hoIpFlowStatus", "every offload status"),
     ):
-        print(f"  {sft} {command:<72} {page.paint('2', '# ' + purpose)}")
+        print(f"  {sft + ' ' + command:<66} {page.paint('2', '# ' + purpose)}")
     if not keep:
-        print("  scripts/run path/to/capture.pcapng  " + page.paint("2", "# the same with a capture of your own (Ethernet)"))
+        print(f"  {'scripts/run path/to/capture.pcapng':<66} {page.paint('2', '# a capture of your own (Ethernet)')}")
     print("  " + page.paint("2", "docs/operating.md says more."))
 
 
