@@ -305,7 +305,7 @@ def show_commands(page, bench, root, keep):
     if keep:
         print(f"  export PEXA_RUN_DIR={bench.directory}")
     else:
-        print(f"  {'scripts/run --keep':<52} {page.paint('2', '# the agent stays up; export the PEXA_RUN_DIR it prints, then:')}")
+        print(f"  {'scripts/run --keep':<66} {page.paint('2', '# the agent stays up; export the PEXA_RUN_DIR that it prints, then')}")
     sft = os.path.relpath(bench.sft_program, root)
     for command, purpose in (
         ("table list", "the shared tables: type, entries, writer"),
