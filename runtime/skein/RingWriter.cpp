@@ -27,7 +27,7 @@ class RecordFiller {
   template <class Length>
   void put(std::string_view text, std::size_t most, Length& length) {
     const std::string_view part = cut(text, most);
-    std::memcpy(bytes_ + used_, part.data(), part.size());
+    std::copy(part.begin(), part.end(), bytes_ + used_);
     used_ += part.size();
     length = static_cast<Length>(part.size());
   }
