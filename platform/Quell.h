@@ -28,6 +28,12 @@ class TableError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Another process (or another user of the file in this one) writes the table. The text names the process.
+class TableBusy : public TableError {
+ public:
+  using TableError::TableError;
+};
+
 // What a table needs to know of its records, and what shows them to people.
 struct RecordType {
   std::string name;  // "FlowTracking::HoIpFlowStatus"; stands in the file and must match

@@ -67,7 +67,7 @@ void SharedTables::mountCollection(const Kiv::Ptr<Container>& container, MapBase
     try {
       table->writingIs();  // repairs what a writer that died left
       table->writingDel();
-    } catch (const TableError& error) {
+    } catch (const TableBusy& error) {
       spdlog::warn("{}; mounted for reading until it lets go", error.what());
     }
   }

@@ -23,8 +23,8 @@ void TableWriter::begin() {
   Header& header = file_->header();
   if (!file_->lock()) {
     const std::uint64_t writer = header.writer.load(std::memory_order_relaxed);
-    throw TableError(fmt::format("{}: process {} is the table's writer", file_->place().fileName(),
-                                 writer == 0 ? std::string("(unknown)") : std::to_string(writer)));
+    throw TableBusy(fmt::format("{}: process {} is the table's writer", file_->place().fileName(),
+                                writer == 0 ? std::string("(unknown)") : std::to_string(writer)));
   }
   try {
     const std::uint64_t last = header.writer.load(std::memory_order_relaxed);

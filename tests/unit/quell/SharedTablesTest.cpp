@@ -78,6 +78,22 @@ TEST_F(SharedTables, AFileThatCannotBeUsedFailsTheMountAndStaysAsItIs) {
   EXPECT_EQ(byteAt(files_.fileName("blue"), offsetof(Quell::Layout::Identity, version)), 9);
 }
 
+TEST_F(SharedTables, ATableThatAnotherWritesIsMountedForReading) {
+  const auto writing = mount(*other_, KivQuellType::written);
+  writing->red().insert(thing(1));
+  const auto things = mount(*agent_, KivQuellType::written);
+  EXPECT_EQ(things->red().get(keyOf(1)), thing(1));
+  EXPECT_THROW(things->red().insert(thing(2)), Quell::TableBusy);
+  EXPECT_NO_THROW(things->blue().insert(thing(2)));
+}
+
+TEST_F(SharedTables, AWrittenTableBeyondRepairFailsTheMount) {
+  mount(*other_, KivQuellType::written);
+  setByte(files_.fileName(), offsetof(Quell::Layout::Header, state), 0x77);
+  setByte(files_.fileName(), offsetof(Quell::Layout::Header, stateCopy), 0x77);
+  EXPECT_THAT(tableError([&] { mount(*agent_, KivQuellType::written); }), HasSubstr("damaged beyond repair"));
+}
+
 TEST_F(SharedTables, APublishedTableIsCreatedEmptyAndWatched) {
   const auto things = mount(*agent_, KivQuellType::published);
   Listener listener;
