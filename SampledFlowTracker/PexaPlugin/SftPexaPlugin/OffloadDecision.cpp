@@ -250,9 +250,10 @@ template <class Domain>
 void OffloadLookAhead::secondIp(const Pexa::PacketState::LookAhead& ahead) const {
   hoFlowStatus_->map<Domain>().prefetchRecord(ahead.hash);
   if (const auto* entry = localHoCounters_.counters<Domain>().peek(ahead.counterHash)) {
+    using Counter = Pexa::Counter::SftHoCounter<Domain>;
     const auto* counter = reinterpret_cast<const char*>(entry->value.get());
-    __builtin_prefetch(counter, 1);
-    __builtin_prefetch(counter + 64, 1);
+    for (std::size_t at = 0; at < sizeof(Counter); at += 64) __builtin_prefetch(counter + at, 1);
+    __builtin_prefetch(counter + sizeof(Counter) - 1, 1);
   }
 }
 
