@@ -90,6 +90,8 @@ class Agent::Impl {
     for (const auto& plugin : manager_->plugins()) {
       config_.mode == PexaMode::active ? plugin->activeInit(config_.mode) : plugin->standbyInit(config_.mode);
     }
+    ports_.openWriters();
+    ports_.statusInto(*statusDir_);
     control_.emplace(io_, runDir_.controlSocket(),
                      [this](const Kiv::Value& request) { return requests_.answer(request); });
   }

@@ -116,15 +116,30 @@ class Reader {
     checkSourceIsFree(port);
   }
 
-  // Two ports may replay one capture; they may not share an interface or write into one file.
+  // Two ports may replay one capture; they may not share an interface, nor write into what another one uses.
   void checkSourceIsFree(const PortConfig& port) const {
     for (const PortConfig& other : config_.ports) {
-      if (other.kind != port.kind || other.source != port.source || port.kind == Capture::PortKind::capture)
-        continue;
+      if (!inEachOthersWay(port, other)) continue;
       throw ConfigError(port.place,
                         fmt::format("\"{}\" of port \"{}\" is already port \"{}\"'s, expected another one",
                                     port.source, port.name, other.name));
     }
+  }
+
+  static bool inEachOthersWay(const PortConfig& port, const PortConfig& other) {
+    using Capture::PortKind;
+    const bool devices = port.kind == PortKind::device && other.kind == PortKind::device;
+    if (devices) return port.source == other.source;
+    const bool files = port.kind != PortKind::device && other.kind != PortKind::device;
+    const bool written = port.kind == PortKind::write || other.kind == PortKind::write;
+    return files && written && isOneFile(port.source, other.source);
+  }
+
+  // By whatever names. A device file (/dev/null) is not in anybody's way.
+  static bool isOneFile(const std::string& left, const std::string& right) {
+    std::error_code absent;
+    if (!std::filesystem::exists(left, absent)) return left == right;
+    return std::filesystem::is_regular_file(left, absent) && std::filesystem::equivalent(left, right, absent);
   }
 
   const PortConfig* find(std::string_view name) const {

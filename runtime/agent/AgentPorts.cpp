@@ -39,22 +39,26 @@ bool replays(const AgentPort& port, Capture::ReplayState state) {
 
 }  // namespace
 
-AgentPorts::AgentPorts(const AgentConfig& config) : table_(Kiv::makePtr<Ports>("ports")) {
-  ports_.reserve(config.ports.size());  // forwards point into it
-  for (const PortConfig& each : config.ports) {
+AgentPorts::AgentPorts(const AgentConfig& config)
+    : configs_(config.ports), pace_(config.pace), table_(Kiv::makePtr<Ports>("ports")) {
+  ports_.reserve(configs_.size());  // forwards point into it
+  for (const PortConfig& each : configs_) {
     const auto port = Kiv::makePtr<PexaPortBase>(each.name, Pavo::IntfId(each.name), ports(), each.vlan);
     table_->portAdd(port);
-    AgentPort opened;
-    opened.port = port;
-    opened.device = openedOrRefused(each, config.pace);
-    opened.place = each.place;
-    ports_.push_back(std::move(opened));
+    ports_.emplace_back().port = port;
+    if (each.kind != Capture::PortKind::write) ports_.back().device = openedOrRefused(each, pace_);
   }
   const auto named = [&](std::string_view name) {
     return &*std::find_if(ports_.begin(), ports_.end(),
-                          [&](const AgentPort& port) { return port.port->name() == name; });
+                          [&](const auto& port) { return port.port->name() == name; });
   };
   for (const ForwardConfig& each : config.forwards) named(each.from)->forward = named(each.to);
+}
+
+void AgentPorts::openWriters() {
+  for (std::size_t i = 0; i < ports_.size(); ++i) {
+    if (!ports_[i].device) ports_[i].device = openedOrRefused(configs_[i], pace_);
+  }
 }
 
 bool AgentPorts::replaying() const {
@@ -89,8 +93,9 @@ void AgentPorts::flush() {
 
 void AgentPorts::statusInto(Interface::EthIntfStatusDir& dir) {
   for (AgentPort& port : ports_) {
-    port.device->refresh();
-    dir.interfaceStatusIs(port.port->intfId(), {port.port->portIndex() + 1, port.device->up(), 0});
+    if (port.device) port.device->refresh();
+    const bool up = port.device && port.device->up();
+    dir.interfaceStatusIs(port.port->intfId(), {port.port->portIndex() + 1, up, 0});
   }
 }
 

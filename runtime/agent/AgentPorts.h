@@ -17,17 +17,19 @@ namespace Pexa {
 
 struct AgentPort {
   Kiv::Ptr<const PexaPortBase> port;
-  std::unique_ptr<Capture::PortDevice> device;
-  AgentPort* forward = nullptr;  // where its packets leave; null: nowhere
-  ConfigPlace place;
+  std::unique_ptr<Capture::PortDevice> device;  // null until it is opened
+  AgentPort* forward = nullptr;                 // where its packets leave; null: nowhere
   bool endReported = false;
 };
 
 class AgentPorts : public Sflow::CounterSource {
  public:
-  // Opens every port. Throws ConfigError, at the port's line, for one that cannot be: no such capture or
-  // interface, not Ethernet, a file that cannot be written.
+  // Opens the ports that packets come in on. Throws ConfigError, at the port's line, for one that cannot be:
+  // no such capture or interface, not Ethernet.
   explicit AgentPorts(const AgentConfig& config);
+  // Opens those that write, which empties their files: the last thing that a start does. Throws ConfigError
+  // for a file that cannot be written. REQUIRED before packets run.
+  void openWriters();
 
   std::vector<AgentPort>& all() { return ports_; }
   const std::vector<AgentPort>& all() const { return ports_; }
@@ -49,7 +51,9 @@ class AgentPorts : public Sflow::CounterSource {
   Sflow::IfCounters ifCounters(std::uint32_t portIndex) const override;
 
  private:
-  std::vector<AgentPort> ports_;
+  const std::vector<PortConfig> configs_;
+  const Capture::Pace pace_;
+  std::vector<AgentPort> ports_;  // as in the configuration
   Kiv::Ptr<Ports> table_;
 };
 

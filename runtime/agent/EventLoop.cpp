@@ -49,8 +49,9 @@ class DescriptorWait {
 // The descriptors that wake the loop: those of ports, whose packets the next turn receives, and of work.
 class EventLoop::Waits {
  public:
-  Waits(asio::io_context& io, const AgentPorts& ports) : io_(io) {
-    for (const AgentPort& port : ports.all()) ports_.push_back(std::make_unique<PortWait>(io, *port.device));
+  explicit Waits(asio::io_context& io) : io_(io) {}
+  void portsAre(const AgentPorts& ports) {
+    for (const AgentPort& port : ports.all()) ports_.push_back(std::make_unique<PortWait>(io_, *port.device));
   }
   void workIs(Work& work) {
     if (work.descriptor() < 0) return;
@@ -92,7 +93,7 @@ class EventLoop::Waits {
 };
 
 EventLoop::EventLoop(asio::io_context& io, AgentPorts& ports, PatchPanel& panel)
-    : io_(io), ports_(ports), panel_(panel), waits_(std::make_unique<Waits>(io, ports)) {}
+    : io_(io), ports_(ports), panel_(panel), waits_(std::make_unique<Waits>(io)) {}
 
 EventLoop::~EventLoop() = default;
 
@@ -103,6 +104,7 @@ void EventLoop::workIs(Work* work) {
 
 void EventLoop::run(bool untilEnd) {
   const auto guard = asio::make_work_guard(io_);
+  waits_->portsAre(ports_);
   for (unsigned turn = 0; !stopped_; ++turn) {
     const bool packets = panel_.runRound() != 0;
     const bool work = runDueWork();

@@ -35,7 +35,8 @@ class EventLoop {
   // Adds a piece of work, behind those that are there. REQUIRES: it outlives the loop.
   void workIs(Work* work);
 
-  // Runs until stop(), or, if so asked, until no capture is being replayed and no work is left.
+  // To be called once. Runs until stop(), or, if so asked, until no capture is being replayed and no work is
+  // left. REQUIRES: every port is open.
   void run(bool untilEnd);
   // Ends run() after the present turn. May be called from within a turn.
   void stop() { stopped_ = true; }

@@ -1,4 +1,6 @@
 """A flow in hardware is counted and not sampled, from the table to the counters."""
+import socket
+import struct
 import unittest
 
 from harness import (EGRESS, IN_HARDWARE, INGRESS, OVERFLOW, SAMPLING, STATUS, TRACKING, ScenarioTest, flow_key, flows, status,
@@ -89,6 +91,22 @@ class OffloadTest(ScenarioTest):
         ingress, egress = samples[("Ethernet1", "ingress")], samples[("Ethernet2", "egress")]
         self.assertEqual(ingress, {"intfId": "Ethernet1", "direction": "ingress", "rate": 1, "pool": 6, "samples": 6, "drops": 0})
         self.assertEqual(egress, {"intfId": "Ethernet2", "direction": "egress", "rate": 1, "pool": 16, "samples": 16, "drops": 0})
+
+    def test_samples_reach_the_collector(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as collector:
+            collector.bind(("127.0.0.1", 0))
+            collector.settimeout(60)
+            port = collector.getsockname()[1]
+            agent = self.replay([udp_frame(*FLOW_A)] * 10, rate=1,
+                                extra=f'[sflow]\nagent = "192.0.2.9"\ncollectors = ["127.0.0.1:{port}"]\n')
+            found = 0
+            while found < 20:  # each packet on its way in and on its way out
+                datagram = collector.recv(65535)
+                version, kind, address = struct.unpack_from("!II4s", datagram)
+                self.assertEqual((version, kind, address), (5, 1, bytes([192, 0, 2, 9])))
+                found += datagram.count(udp_frame(*FLOW_A))
+        self.assertEqual(found, 20)
+        self.assertEqual(agent.end(), 0)
 
     def test_an_interface_that_is_not_to_be_sampled_neither_samples_nor_counts(self):
         self.put([status(flow_key(*FLOW_A))])

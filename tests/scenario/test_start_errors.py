@@ -122,6 +122,21 @@ class StartErrorTest(ScenarioTest):
         self.write_config([("Ethernet1", "write", self.dir / "absent" / "out.pcap")])
         self.assertIn("absent/out.pcap", self.refused())
 
+    def test_a_refused_start_leaves_a_file_to_be_written_as_it_is(self):
+        (self.dir / "out.pcap").write_text("of an earlier run")
+        writer = ("Ethernet2", "write", self.dir / "out.pcap")
+        self.write_config([writer, self.port], state={"no/such/path": {"x": 1}})
+        self.refused()
+        self.write_config([writer, ("Ethernet1", "device", "nosuch0")])
+        self.refused()
+        self.assertEqual((self.dir / "out.pcap").read_text(), "of an earlier run")
+
+    def test_a_file_that_is_both_replayed_and_written(self):
+        before = self.capture.read_bytes()
+        self.write_config([self.port, ("Ethernet2", "write", self.capture)])
+        self.assertIn("is already port \"Ethernet1\"'s", self.refused())
+        self.assertEqual(self.capture.read_bytes(), before)
+
     def test_a_plugin_that_is_not_there(self):
         self.write_config([self.port], plugins=["libNoSuchPlugin.so"])
         self.assert_refused_at("libNoSuchPlugin", 'plugin "libNoSuchPlugin.so" cannot be loaded')

@@ -183,6 +183,27 @@ TEST_F(AgentConfigTest, TwoPortsMayReplayOneCapture) {
             "no error");
 }
 
+TEST_F(AgentConfigTest, AFileThatAPortReplaysIsNotWritten) {
+  const std::string replayed = file_.string() + ".pcap";
+  std::ofstream(replayed) << "x";
+  std::filesystem::create_symlink(replayed, replayed + ".link");
+  const std::string port =
+      "[[port]]\nname = \"E1\"\ncapture = \"" + replayed + "\"\n[[port]]\nname = \"E2\"\nwrite = \"";
+  EXPECT_THAT(errorOf(port + replayed + "\"\n"), HasSubstr("is already port \"E1\"'s, expected another one"));
+  EXPECT_THAT(errorOf(port + replayed + ".link\"\n"),
+              HasSubstr("is already port \"E1\"'s, expected another one"));
+  EXPECT_THAT(
+      errorOf(
+          "[[port]]\nname = \"E1\"\nwrite = \"/absent/a\"\n[[port]]\nname = \"E2\"\nwrite = \"/absent/a\"\n"),
+      HasSubstr("is already port \"E1\"'s"));
+  EXPECT_EQ(
+      errorOf(
+          "[[port]]\nname = \"E1\"\nwrite = \"/dev/null\"\n[[port]]\nname = \"E2\"\nwrite = \"/dev/null\"\n"),
+      "no error");
+  std::filesystem::remove(replayed + ".link");
+  std::filesystem::remove(replayed);
+}
+
 TEST_F(AgentConfigTest, AForwardLeadsFromAPortThatReceivesToOneThatSends) {
   const std::string ports =
       "[[port]]\nname = \"in\"\ncapture = \"a\"\n[[port]]\nname = \"out\"\nwrite = \"b\"\n"

@@ -37,6 +37,7 @@ class Counters : public Pexa::Counter::PktCounterCollectionBase {
 class AgentEntitiesTest : public ::testing::Test {
  protected:
   AgentEntitiesTest() {
+    ports_.openWriters();
     manager_->ports = ports_.table();
     manager_->counterHolder = Kiv::makePtr<Pexa::Counter::PktCounterCollectionHolder>("holder");
     manager_->counterHolder->collectionIs(Kiv::makePtr<Counters>("TestCounters"));

@@ -91,7 +91,9 @@ TEST_F(EventLoopTest, SleepsWhileThereIsNothingToDo) {
 // Is due once its descriptor was readable.
 class HearingWork : public Pexa::Work {
  public:
-  explicit HearingWork(std::function<void()> heard) : heard_(std::move(heard)) { EXPECT_EQ(::pipe(pipe_), 0); }
+  explicit HearingWork(std::function<void()> heard) : heard_(std::move(heard)) {
+    EXPECT_EQ(::pipe(pipe_), 0);
+  }
   ~HearingWork() override {
     ::close(pipe_[0]);
     ::close(pipe_[1]);

@@ -85,6 +85,7 @@ class PatchPanelTest : public ::testing::Test {
     return frames;
   }
   void runAll(Pexa::AgentPorts& ports) {
+    ports.openWriters();
     Pexa::PatchPanel panel(ports, steps_, reasons_, filters_);
     while (panel.runRound() != 0) continue;
     ports.flush();
@@ -160,6 +161,7 @@ TEST_F(PatchPanelTest, APacketCarriesTheTraceFilterThatItMatches) {
 
 TEST_F(PatchPanelTest, TheClockIsReadOnceARoundHoweverManyPacketsAskForIt) {
   Pexa::AgentPorts ports(config(somePackets()));
+  ports.openWriters();
   TestSupport::ManualClock clock;
   Pexa::PatchPanel panel(ports, steps_, reasons_, filters_);
   EXPECT_EQ(panel.runRound(), 4U);
