@@ -112,8 +112,8 @@ class Map {
   std::size_t memory() const { return slots_.capacity() * sizeof(Slot); }
   // Where to prefetch ahead of a find(key).
   const void* place(const Key& key) const { return slots_.empty() ? nullptr : &slots_[home(Hash{}(key))]; }
-  // Looking ahead: a key's hash, computed once; the memory that a find of it reads first, asked for; and, when
-  // that has arrived, the entry that a find of it will most likely give, or null.
+  // Looking ahead: a key's hash, computed once; the memory that a find of it reads first, asked for; and,
+  // when that has arrived, the entry that a find of it will most likely give, or null.
   static std::uint64_t hashOf(const Key& key) { return Hash{}(key); }
   void prefetch(std::uint64_t hash) const {
     if (slots_.empty()) return;
@@ -123,7 +123,8 @@ class Map {
   }
   const Entry* peek(std::uint64_t hash) const {
     if (slots_.empty()) return nullptr;
-    for (std::size_t at = home(hash); at < slots_.size() && slots_[at].used && slots_[at].hash <= hash; ++at) {
+    for (std::size_t at = home(hash); at < slots_.size() && slots_[at].used && slots_[at].hash <= hash;
+         ++at) {
       if (slots_[at].hash == hash) return &slots_[at].entry;
     }
     return nullptr;

@@ -37,7 +37,8 @@ class IntfId {
   std::array<char, kMost + 1> text_{};  // unused bytes are 0
 };
 static_assert(sizeof(IntfId) == 23);
-// Places interfaces in the maps that are asked for each packet: as good as IntfId::hash for names, and inline.
+// Places interfaces in the maps that are asked for each packet: as good as IntfId::hash for names, and
+// inline.
 struct IntfIdHash {
   std::uint64_t operator()(const IntfId& intfId) const {
     static const std::uint64_t seed = Kiv::hashSeed() | 1;

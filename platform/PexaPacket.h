@@ -54,8 +54,8 @@ class PacketHeader {
   // Its index in the packet's header list.
   std::uint8_t position() const { return position_; }
   std::uint32_t offset() const { return offset_; }
-  // Its bytes, all of them captured: an IPv4 header with its options, all tags of a Vlan entry, everything that is
-  // left of a Payload (within the IP length behind an IP header), the fixed part of any other.
+  // Its bytes, all of them captured: an IPv4 header with its options, all tags of a Vlan entry, everything
+  // that is left of a Payload (within the IP length behind an IP header), the fixed part of any other.
   std::uint32_t length() const { return length_; }
 
  private:
