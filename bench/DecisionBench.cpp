@@ -94,12 +94,11 @@ struct Path {
   static constexpr bool kV4 = FlowTracking::IpFamily<Domain>::kIndex == 0;
 
   void receive(Pexa::PacketState& packet, std::size_t i) {
-    packet.parsed = Pexa::ParsedPacket(packets.pkt(i));
+    packet.pktIs(packets.pkt(i));
     packet.inputPort = &inputPort;
     packet.namedCounters = named;
     packet.packetNumber = i;
     packet.vlan = Bridging::VlanIdOrAnyOrNone(10);
-    packet.lookAhead = {};
   }
 
   Kiv::Ptr<Pexa::Ports> ports = Kiv::makePtr<Pexa::Ports>("ports");

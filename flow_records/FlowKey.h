@@ -10,6 +10,7 @@
 // Threading: plain values.
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstdint>
 #include <cstring>
@@ -29,6 +30,17 @@ namespace FlowTracking {
 
 inline constexpr std::uint32_t kDefaultVrfId = 0xffffff;
 
+namespace detail {
+// The keys of packets are written, as they are read right after, in whole words: a word whose parts were
+// stored one by one, or two words read at once, wait until the stores have left the processor's store buffer
+// (a third of a decision). The compiler may not join the stores again. Gives the place behind the word.
+inline void* storeWord(void* at, std::uint64_t word) {
+  __asm__("" : "+r"(word));
+  std::memcpy(at, &word, sizeof(word));
+  return static_cast<std::byte*>(at) + sizeof(word);
+}
+}  // namespace detail
+
 // The identity of a flow.
 template <class Domain>
 struct FlowKey {
@@ -46,6 +58,18 @@ struct FlowKey {
   std::uint16_t dstPort = 0;  // host order
 
   FlowKey() = default;
+  // The key of a packet.
+  FlowKey(std::uint16_t packetVlan, const typename Family::Header& ip, const Pavo::L4Ports& ports) {
+    constexpr std::size_t kAddressWords = 2 * Address::kBytes / 8;
+    void* at = detail::storeWord(this, std::uint64_t{kDefaultVrfId} | std::uint64_t{packetVlan} << 32);
+    for (std::size_t i = 0; i < kAddressWords; ++i) {
+      std::uint64_t word = 0;
+      std::memcpy(&word, ip.addresses() + 8 * i, 8);
+      at = detail::storeWord(at, word);
+    }
+    detail::storeWord(at, std::uint64_t{ip.protocolNum()} | std::uint64_t{ports.srcPort()} << 32 |
+                              std::uint64_t{ports.dstPort()} << 48);
+  }
   // Parses the text form. Throws Kiv::ValueError, which names the member that is wrong.
   FlowKey(Text begin, Text end);
 
@@ -70,6 +94,17 @@ struct HoFlowKey {
   HoFlowKey() = default;
   HoFlowKey(const FlowKey<Domain>& flow, Direction flowDirection, const Pavo::IntfId& flowIntfId)
       : ipFlowKey(flow), direction(flowDirection), intfId(flowIntfId) {}
+  // The key of a packet.
+  HoFlowKey(std::uint16_t packetVlan, const typename Family::Header& ip, const Pavo::L4Ports& ports,
+            Direction flowDirection, const Pavo::IntfId& flowIntfId)
+      : ipFlowKey(packetVlan, ip, ports) {
+    void* at = &direction;  // the interface begins one byte behind it
+    auto carried = static_cast<std::uint64_t>(flowDirection);
+    for (const std::uint64_t word : flowIntfId.words()) {
+      at = detail::storeWord(at, carried | word << 8);
+      carried = word >> 56;
+    }
+  }
   // Parses the text form. Throws Kiv::ValueError, which names the member that is wrong.
   HoFlowKey(Text begin, Text end);
 

@@ -61,17 +61,17 @@ class PexaSftHoCounterCollection : public PktCounterCollectionBase {
   }
   template <class Domain>
   Kiv::Ptr<SftHoCounter<Domain>> counterIs(const FlowTracking::FlowKey<Domain>& key) {
-    return counterIs(key, SftHoCounterMap<Domain>::hashOf(key));
+    return &counterIs(key, SftHoCounterMap<Domain>::hashOf(key));
   }
-  // With the key's hash at hand.
+  // With the key's hash at hand; the record without counting a reference, for who drops it at once.
   template <class Domain>
-  Kiv::Ptr<SftHoCounter<Domain>> counterIs(const FlowTracking::FlowKey<Domain>& key, std::uint64_t hash) {
+  SftHoCounter<Domain>& counterIs(const FlowTracking::FlowKey<Domain>& key, std::uint64_t hash) {
     auto [counter, inserted] = mutableCounters<Domain>().findOrInsert(key, hash);
     if (inserted) [[unlikely]] {
       *counter = Kiv::makePtr<SftHoCounter<Domain>>(key);
       (*counter)->hasNotificationActiveIs(true);
     }
-    return *counter;
+    return **counter;
   }
   template <class Domain>
   Kiv::Ptr<SftHoCounter<Domain>> counterDel(FlowTracking::FlowKey<Domain> key);

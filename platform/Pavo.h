@@ -29,9 +29,18 @@ class IntfId {
 
   std::string_view name() const { return {text_.data(), ::strnlen(text_.data(), text_.size())}; }
   bool empty() const { return text_[0] == '\0'; }
-  bool operator==(const IntfId&) const = default;
+  bool operator==(const IntfId& other) const { return words() == other.words(); }
   std::strong_ordering operator<=>(const IntfId& other) const { return name().compare(other.name()) <=> 0; }
   std::uint32_t hash(unsigned seed) const;
+  // The bytes as three words, the last one filled up with a 0: for what compares, hashes and copies ids for
+  // each packet.
+  std::array<std::uint64_t, 3> words() const {
+    std::array<std::uint64_t, 3> words;
+    std::memcpy(words.data(), text_.data(), 2 * sizeof(std::uint64_t));
+    std::memcpy(&words[2], text_.data() + text_.size() - sizeof(std::uint64_t), sizeof(std::uint64_t));
+    words[2] >>= 8;  // its first byte is the last one of the second word
+    return words;
+  }
 
  private:
   std::array<char, kMost + 1> text_{};  // unused bytes are 0
@@ -42,11 +51,8 @@ static_assert(sizeof(IntfId) == 23);
 struct IntfIdHash {
   std::uint64_t operator()(const IntfId& intfId) const {
     static const std::uint64_t seed = Kiv::hashSeed() | 1;
-    std::uint64_t words[3];
-    std::memcpy(words, &intfId, 16);
-    std::memcpy(words + 2, reinterpret_cast<const char*>(&intfId) + sizeof(IntfId) - 8, 8);
     std::uint64_t hash = seed;
-    for (const std::uint64_t word : words) {
+    for (const std::uint64_t word : intfId.words()) {
       hash = (hash ^ word) * 0x9e3779b97f4a7c15U;
       hash ^= hash >> 32;
     }
@@ -142,6 +148,8 @@ class IpHdr {
   explicit IpHdr(const std::uint8_t* at) : at_(at) {}
   IpAddr src() const { return address(12); }
   IpAddr dst() const { return address(16); }
+  // Source and destination, one behind the other.
+  const std::uint8_t* addresses() const { return at_ + 12; }
   std::uint32_t protocolNum() const { return at_[9]; }
   // Bytes of the packet from the IP header on, as the length field says.
   std::uint32_t packetBytes() const { return load16(at_ + 2); }
@@ -161,6 +169,7 @@ class Ip6Hdr {
   explicit Ip6Hdr(const std::uint8_t* at) : at_(at) {}
   Ip6Addr src() const { return address(8); }
   Ip6Addr dst() const { return address(24); }
+  const std::uint8_t* addresses() const { return at_ + 8; }
   std::uint32_t protocolNum() const { return at_[6]; }
   // The payload length field and the fixed header: 65575 for a full payload, so wider than 16 bits.
   std::uint32_t packetBytes() const { return std::uint32_t{load16(at_ + 4)} + kBytes; }

@@ -72,6 +72,16 @@ class ParsedPacket {
 
   ParsedPacket() = default;
   explicit ParsedPacket(const Pavo::Pkt& pkt) : pkt_(pkt) {}
+  // Takes another packet, of which nothing is known yet. The list of the former one is left where it is: only
+  // the first headers().size() entries are ever looked at.
+  void pktIs(const Pavo::Pkt& pkt) {
+    pkt_ = pkt;
+    firstTag_ = 0;
+    count_ = 0;
+    ipPosition_ = kNoPosition;
+    parsed_ = false;
+    tagged_ = false;
+  }
 
   const Pavo::Pkt& pkt() const { return pkt_; }
   // Parses unless that was done. Any bytes can be parsed.
@@ -95,11 +105,13 @@ class ParsedPacket {
  private:
   void fullParse();
 
+  static constexpr std::uint8_t kNoPosition = 0xff;
+
   Pavo::Pkt pkt_;
   std::array<PacketHeader, kMostHeaders> headers_;
   std::uint16_t firstTag_ = 0;
   std::uint8_t count_ = 0;
-  std::uint8_t ipPosition_ = 0xff;
+  std::uint8_t ipPosition_ = kNoPosition;
   bool parsed_ = false;
   bool tagged_ = false;
 };
@@ -126,6 +138,14 @@ struct PacketState {
     std::uint64_t counterHash = 0;  // of the flow's local counter
   };
   std::array<LookAhead, 2> lookAhead;
+
+  // Takes another packet, whose state is as that of a new one but for what the caller sets next: the input
+  // port, the counters, the number, the filter and the VLAN. Cheaper than a new state, four times over.
+  void pktIs(const Pavo::Pkt& pkt) {
+    parsed.pktIs(pkt);
+    traceFilter = {};
+    for (LookAhead& ahead : lookAhead) ahead.valid = false;
+  }
 };
 
 // A handle to a packet's state, passed by value; valid while the packet is being processed.

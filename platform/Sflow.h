@@ -38,11 +38,14 @@ class HwConfig : public Kiv::Entity {
   // By name.
   std::vector<Pavo::IntfId> ingressInterfaceList() const;
   std::vector<Pavo::IntfId> egressInterfaceList() const;
+  // Moves on whenever one of the sets changes, so that an answer about them can be kept.
+  std::uint32_t generation() const { return generation_; }
 
  private:
   bool enabled_ = false;
   IntfSet ingressInterfaces_;
   IntfSet egressInterfaces_;
+  std::uint32_t generation_ = 1;
 };
 
 class HwStatus : public Kiv::Entity {

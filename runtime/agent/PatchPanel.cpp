@@ -38,8 +38,7 @@ void PatchPanel::runBurst(AgentPort& port, std::size_t packets, double now) {
 }
 
 void PatchPanel::prepare(const AgentPort& port, const Capture::ReceivedPacket& received, PacketState& state) {
-  state = PacketState();
-  state.parsed = ParsedPacket(received.pkt);
+  state.pktIs(received.pkt);
   state.parsed.maybeDoFullParse();
   state.inputPort = &port.port;
   state.namedCounters = &reasons_;

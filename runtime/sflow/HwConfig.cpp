@@ -52,6 +52,7 @@ void HwConfig::ingressInterfacesIs(const std::vector<Pavo::IntfId>& interfaces) 
   IntfSet set = setOf(interfaces);
   if (sameInterfaces(set, ingressInterfaces_)) return;
   ingressInterfaces_ = std::move(set);
+  ++generation_;
   announce(ingressInterfacesAttr);
 }
 
@@ -59,6 +60,7 @@ void HwConfig::egressInterfacesIs(const std::vector<Pavo::IntfId>& interfaces) {
   IntfSet set = setOf(interfaces);
   if (sameInterfaces(set, egressInterfaces_)) return;
   egressInterfaces_ = std::move(set);
+  ++generation_;
   announce(egressInterfacesAttr);
 }
 

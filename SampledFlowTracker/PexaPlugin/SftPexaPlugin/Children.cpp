@@ -6,7 +6,7 @@ namespace SampledFlowTracker {
 template <class Owned, class Make, class... Args>
 auto SftPexaPlugin::childIs(Owned& owned, Kiv::AttributeId attribute, const Make& make, const Args&... args) {
   if (owned.builtFrom(args...)) return owned.get();
-  const auto child = make(args...);
+  auto child = make(args...);
   { const auto released = owned.put(child, args...); }
   announce(attribute);
   child->hasNotificationActiveIs(true);

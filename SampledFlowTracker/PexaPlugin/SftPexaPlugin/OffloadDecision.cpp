@@ -9,7 +9,6 @@
 namespace SampledFlowTracker {
 
 using Bridging::AllowedTrafficDirection;
-using FlowTracking::FlowKey;
 using FlowTracking::HoFlowKey;
 using FlowTracking::HoFlowState;
 using FlowTracking::HoFlowStatus;
@@ -54,26 +53,24 @@ const PacketHeader& headerBehind(PacketContext pktCtx, const PacketHeader& ipHea
   return *pktCtx.parsedPacket().header(ipHeader.position() + std::size_t{1});
 }
 
+// REQUIRES: the L4 header is TCP's or UDP's.
 template <class Domain>
-FlowKey<Domain> flowKey(PacketContext pktCtx, const PacketHeader& ipHeader, const PacketHeader& l4,
-                        std::uint16_t vlan) {
+[[gnu::always_inline]] inline HoFlowKey<Domain> offloadKey(PacketContext pktCtx, const PacketHeader& ipHeader,
+                                                           const PacketHeader& l4, std::uint16_t vlan,
+                                                           AllowedTrafficDirection direction,
+                                                           const Pavo::IntfId& intfId) {
   using Header = typename IpFamily<Domain>::Header;
   const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
   const Pavo::L4Ports ports(pktCtx.pkt().offsetFront(l4.offset(), Pavo::L4Ports::kBytes));
-  FlowKey<Domain> key;
-  key.vlan = vlan;
-  key.srcAddr = ip.src();
-  key.dstAddr = ip.dst();
-  key.ipProto = ip.protocolNum();
-  key.srcPort = ports.srcPort();
-  key.dstPort = ports.dstPort();
-  return key;
+  return {vlan, ip, ports, direction, intfId};
 }
 
-Pavo::IntfId flowIntf(PacketContext pktCtx, AllowedTrafficDirection direction, const Pavo::IntfId& intfId) {
+const Pavo::IntfId& flowIntf(PacketContext pktCtx, AllowedTrafficDirection direction,
+                             const Pavo::IntfId& intfId) {
+  static constexpr Pavo::IntfId kNone;
   if (direction == AllowedTrafficDirection::egress) return intfId;
   const auto& port = pktCtx.inputPort();
-  return port ? port->intfId() : Pavo::IntfId();
+  return port ? port->intfId() : kNone;
 }
 
 [[noreturn, gnu::cold]] void stopWithoutInterface() {
@@ -129,9 +126,10 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
     traceDecline("maybeOffloadIp", __LINE__, "not tcp/udp ", Pexa::stringValue(next.name()));
     return false;
   }
-  const HoFlowKey<Domain> key(flowKey<Domain>(pktCtx, ipHeader, *l4, pktCtx.vlanId().value()), direction,
-                              flowIntf(pktCtx, direction, intfId));
-  if (key.intfId.empty()) stopWithoutInterface();
+  const std::uint16_t vlan = pktCtx.vlanId().value();
+  const Pavo::IntfId& intf = flowIntf(pktCtx, direction, intfId);
+  if (intf.empty()) stopWithoutInterface();
+  const HoFlowKey<Domain> key = offloadKey<Domain>(pktCtx, ipHeader, *l4, vlan, direction, intf);
 
   using StatusMap = Quell::Map<HoFlowKey<Domain>, HoFlowStatusRecord<Domain>>;
   using CounterMap = Pexa::Counter::SftHoCounterMap<Domain>;
@@ -151,7 +149,7 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
   using Header = typename IpFamily<Domain>::Header;
   const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
   const std::uint64_t counterHash = ahead.valid ? ahead.counterHash : CounterMap::hashOf(key.ipFlowKey);
-  localHoCounters->counterIs(key.ipFlowKey, counterHash)->hoCount(key.intfId, ip.packetBytes());
+  localHoCounters->counterIs(key.ipFlowKey, counterHash).hoCount(intf, ip.packetBytes());
   traceOutcome(pktCtx, offloaded, "Hw sampling packet");
   return true;
 }
@@ -223,8 +221,8 @@ void OffloadLookAhead::firstIp(PacketContext pktCtx, const PacketHeader& ipHeade
   const PacketHeader* l4 = l4Header(headerBehind(pktCtx, ipHeader));
   const std::uint16_t vlan = pktCtx.vlanId().raw();
   if (l4 == nullptr || vlan > Bridging::VlanIdOrAnyOrNone::kMost) return;  // the decision itself says why not
-  const HoFlowKey<Domain> key(flowKey<Domain>(pktCtx, ipHeader, *l4, vlan), direction,
-                              flowIntf(pktCtx, direction, intfId));
+  const HoFlowKey<Domain> key =
+      offloadKey<Domain>(pktCtx, ipHeader, *l4, vlan, direction, flowIntf(pktCtx, direction, intfId));
   const auto& map = hoFlowStatus_->map<Domain>();
   auto& ahead = pktCtx.lookAhead(direction);
   const auto& counters = localHoCounters_.counters<Domain>();

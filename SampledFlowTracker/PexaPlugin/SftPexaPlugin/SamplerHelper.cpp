@@ -67,11 +67,20 @@ void SftSamplerHelper::hasNotificationActiveIs(bool active) {
   SflowSamplerHelperBase::hasNotificationActiveIs(active);
 }
 
-bool SftSamplerHelper::configured(AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const {
-  if (!sftSflowHwConfig_) return false;
+bool SftSamplerHelper::lookUp(AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const {
   const bool egress = direction == AllowedTrafficDirection::egress;
   return (egress ? sftSflowHwConfig_->egressInterfaces() : sftSflowHwConfig_->ingressInterfaces())
       .has(intfId);
+}
+
+bool SftSamplerHelper::configured(AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const {
+  if (!sftSflowHwConfig_) return false;
+  const std::uint32_t generation = sftSflowHwConfig_->generation();
+  Answer& answer = answers_[direction == AllowedTrafficDirection::egress ? 1 : 0];
+  if (answer.generation != generation || !(answer.intfId == intfId)) [[unlikely]] {
+    answer = {intfId, generation, lookUp(direction, intfId)};
+  }
+  return answer.configured;
 }
 
 bool SftSamplerHelper::ingressEnabled(const Pavo::IntfId& intfId) const {

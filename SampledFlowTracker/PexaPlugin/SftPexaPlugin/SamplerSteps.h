@@ -35,7 +35,10 @@ struct InputDirection {
   }
   static void declined(const Pavo::IntfId&) {}
   // What the decision is told of the interface; for ingress it takes it from the packet itself.
-  static Pavo::IntfId decisionIntf(const Pavo::IntfId&) { return {}; }
+  static const Pavo::IntfId& decisionIntf(const Pavo::IntfId&) {
+    static constexpr Pavo::IntfId kNone;
+    return kNone;
+  }
   static void sample(SftSamplerHelper& helper, const Context& context) {
     helper.maybeSampleIngress(context.pkt(), context.inputPort());
   }
@@ -58,7 +61,7 @@ struct OutputDirection {
     return helper.egressEnabled(intfId);
   }
   static void declined(const Pavo::IntfId& intfId);
-  static Pavo::IntfId decisionIntf(const Pavo::IntfId& intfId) { return intfId; }
+  static const Pavo::IntfId& decisionIntf(const Pavo::IntfId& intfId) { return intfId; }
   static void sample(SftSamplerHelper& helper, const Context& context) {
     helper.maybeSampleEgress(context.packetContext().pkt(), context.inputPort(), context.outputPort());
   }
