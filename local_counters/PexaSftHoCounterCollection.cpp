@@ -5,9 +5,9 @@
 namespace Pexa::Counter {
 
 namespace {
-[[maybe_unused]] const Kiv::String moduleNamespace = "ns-";
-const Kiv::Module module("PexaSftHoCounter", {&PexaSftHoCounter::kivType(), &PexaSftHoIp6Counter::kivType(),
-                                              &PexaSftHoCounterCollection::kivType()});
+[[maybe_unused]] const Kiv::String kModuleNamespace = "ns-";
+const Kiv::Module kModule("PexaSftHoCounter", {&PexaSftHoCounter::kivType(), &PexaSftHoIp6Counter::kivType(),
+                                               &PexaSftHoCounterCollection::kivType()});
 }  // namespace
 
 Kiv::Ptr<PexaSftHoCounterCollection> PexaSftHoCounterCollection::PexaSftHoCounterCollectionIs(

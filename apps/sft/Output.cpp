@@ -45,7 +45,7 @@ void Output::row(const Kiv::Value& row) {
 void Output::addCells(const std::string& path, const std::string& name, const Kiv::Value& value, Line& line) {
   if (const auto* object = value.as<Kiv::Value::Object>()) {
     for (const auto& [member, each] : *object)
-      addCells(path.empty() ? member : path + '.' + member, member, each, line);
+      addCells(path.empty() ? member : fmt::format("{}.{}", path, member), member, each, line);
     return;
   }
   const std::size_t at = column(path, name);

@@ -82,7 +82,7 @@ void StateDatabase::entityIs(const Kiv::String& path, const Kiv::Ptr<Kiv::Entity
 }
 
 Kiv::Ptr<Kiv::Entity> StateDatabase::entityIs(const Kiv::String& path, std::string_view typeName) {
-  const auto entity = build(path, typeName);
+  auto entity = build(path, typeName);
   entityIs(path, entity);
   return entity;
 }

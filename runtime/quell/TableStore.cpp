@@ -1,7 +1,6 @@
 #include "quell/TableStore.h"
 
 #include <fmt/format.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <algorithm>

@@ -11,7 +11,7 @@ namespace Quell {
 
 using namespace Layout;
 
-TableWriter::TableWriter(std::shared_ptr<TableFile> file)
+TableWriter::TableWriter(const std::shared_ptr<TableFile>& file)
     : file_(TableFile::writable(file)), space_(*file_), index_(*file_, space_), journal_(*file_, space_) {}
 
 TableWriter::~TableWriter() {

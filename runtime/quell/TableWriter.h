@@ -17,7 +17,7 @@ namespace Quell {
 
 class TableWriter {
  public:
-  explicit TableWriter(std::shared_ptr<TableFile> file);
+  explicit TableWriter(const std::shared_ptr<TableFile>& file);
   ~TableWriter();
   TableWriter(const TableWriter&) = delete;
   TableWriter& operator=(const TableWriter&) = delete;

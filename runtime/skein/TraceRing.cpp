@@ -64,7 +64,7 @@ bool TraceRing::isEnabled(const CallSite& site, bool filterMatched) const {
     categories_.emplace(site.category());
     levelById_[id] = static_cast<std::int8_t>(level(site.category()));
   }
-  const int held = levelById_[id];
+  const std::int8_t held = levelById_[id];
   return filterMatched ? held >= 0 : (volumesOf(held) & volumeBit(site.volume())) != 0;
 }
 
