@@ -44,11 +44,10 @@ class PortStatusWork : public Work {
 // Tells reactors what other processes changed in shared tables, and wakes those who watch ours.
 class TableWork : public Work {
  public:
-  static constexpr std::size_t kSliceKeys = 256;
-
   explicit TableWork(Quell::SharedTables& tables) : tables_(tables) {}
   double next() const override { return pending_ ? 0 : kNever; }
-  void run(double /*now*/) override { pending_ = tables_.deliver(kSliceKeys); }
+  // Delivers a slice of the changes; the packets get their turn before the next one.
+  void run(double now) override;
   void flush() override { tables_.flush(); }
   int descriptor() const override { return tables_.descriptor(); }
   void readable() override { pending_ = true; }
