@@ -1,9 +1,9 @@
 // A folder that goes with its user, in memory where the machine has a tmpfs.
 #pragma once
 
-#include <stdlib.h>  // mkdtemp
 #include <unistd.h>
 
+#include <cstdlib>  // mkdtemp
 #include <filesystem>
 #include <stdexcept>
 #include <string>

@@ -14,7 +14,6 @@
 namespace SampledFlowTracker {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 std::vector<std::string> typeNames() {

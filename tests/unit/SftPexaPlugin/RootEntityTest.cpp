@@ -7,7 +7,6 @@
 namespace SampledFlowTracker {
 namespace {
 
-using Pexa::Counter::PexaSftHoCounterCollection;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 

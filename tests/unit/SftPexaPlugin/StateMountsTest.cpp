@@ -15,7 +15,6 @@ namespace SampledFlowTracker {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Kind = MountCall::Kind;
 
 class StateMountsTest : public ::testing::Test {

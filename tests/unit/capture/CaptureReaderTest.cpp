@@ -35,7 +35,7 @@ class CaptureReading : public testing::Test {
  protected:
   template <class Text>
   std::string write(const Text& text) {
-    const std::string path = folder_.path() + "/some.pcap";
+    std::string path = folder_.path() + "/some.pcap";
     text.writeTo(path);
     return path;
   }

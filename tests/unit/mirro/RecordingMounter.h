@@ -19,12 +19,12 @@ class RecordingMounter : public Mounter {
   const Kiv::Type& fwkType() const override { return kivType(); }
 
   void doMountsComplete(const Kiv::Ptr<EntityManager>& entityManager) override {
-    events.push_back("complete");
+    events.emplace_back("complete");
     if (log != nullptr) log->push_back(name() + " complete");
     if (whenComplete) whenComplete(*entityManager);
   }
   void handleMountStatus(const MountStatus& status) override {
-    events.push_back("status");
+    events.emplace_back("status");
     if (log != nullptr) log->push_back(name() + " status");
     failures = status.failures;
   }

@@ -65,7 +65,7 @@ class InterfaceWatcher : public Kiv::PtrInterface::NotifieeConst {
  public:
   void onAttributeKey(Kiv::AttributeId attribute, Kiv::KeyRef key) override {
     EXPECT_EQ(attribute, Interface::EthIntfStatusDir::interfacesAttr);
-    seen.push_back(std::string(key.as<Pavo::IntfId>().name()));
+    seen.emplace_back(key.as<Pavo::IntfId>().name());
   }
   std::vector<std::string> seen;
 };

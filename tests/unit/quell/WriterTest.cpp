@@ -1,7 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
+
+#include <csignal>
 
 #include "QuellFiles.h"
 #include "quell/TableRepair.h"

@@ -1,4 +1,5 @@
 // What the exporter sends, as an independent dissector understands it.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -225,9 +226,9 @@ TEST_F(ExportedDatagrams, HaveTheirCountersAsSent) {
 TEST_F(ExportedDatagrams, CarryTheSampledPackets) {
   std::string dissected;
   for (const std::string port : {"1000", "5"}) {
-    dissected =
-        output("tshark -r " + capture_ + " -T fields -E occurrence=a -e ip.src -Y 'udp.srcport==" + port +
-               " or tcp.srcport==" + port + "'");
+    dissected = output(fmt::format(
+        "tshark -r {} -T fields -E occurrence=a -e ip.src -Y 'udp.srcport=={} or tcp.srcport=={}'", capture_,
+        port, port));
     EXPECT_NE(dissected.find("10.0.0.1"), std::string::npos) << port;
   }
   EXPECT_NE(output("tshark -r " + capture_ + " -T fields -e ipv6.dst").find("2001:db8::2"),

@@ -234,17 +234,17 @@ TEST_F(Ring, WritesPacketsThatMatchAFilterUnlessTheCategoryIsOff) {
 }
 
 TEST_F(Ring, KeepsCategoriesApart) {
-  constexpr CallSite other("Agent", "Agent.cpp", 1, "run", Volume::packet);
+  constexpr CallSite kOther("Agent", "Agent.cpp", 1, "run", Volume::packet);
   TraceRing ring(file());
   ring.categoryLevelIs("Sft", 1);
   EXPECT_TRUE(ring.enabled(kPacket));
-  EXPECT_FALSE(ring.enabled(other));
+  EXPECT_FALSE(ring.enabled(kOther));
   ring.defaultLevelIs(1);
   ring.categoryLevelIs("Sft", 0);
   EXPECT_FALSE(ring.enabled(kPacket));
-  EXPECT_TRUE(ring.enabled(other));
+  EXPECT_TRUE(ring.enabled(kOther));
   ring.defaultLevelIs(-1);
-  EXPECT_FALSE(ring.enabled(other));
+  EXPECT_FALSE(ring.enabled(kOther));
   EXPECT_TRUE(ring.enabled(kEvent));
 }
 
