@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <span>
 #include <vector>
 
 #include "HoFlowConfig.h"
@@ -98,18 +99,54 @@ void report(const Context& context, const Value::Object& counts, const std::stri
   output.finish();
 }
 
+Value writerOf(const Quell::TableStatus& collection) {
+  return collection.writer == 0 ? Value() : Value(collection.writer);
+}
+
+Value::Object collectionRow(const Quell::TableStatus& each, bool whole) {
+  Value::Object row;
+  if (whole) row.emplace_back("path", each.path);
+  row.emplace_back("collection", each.collection);
+  if (whole) row.emplace_back("type", each.containerType);
+  row.emplace_back("entries", each.entries);
+  row.emplace_back("writer", writerOf(each));
+  if (!each.problem.empty()) row.emplace_back("problem", each.problem);
+  return row;
+}
+
+Value::Object tableRow(std::span<const Quell::TableStatus> collections) {
+  std::uint64_t entries = 0;
+  Value writer;
+  Value::List rows;
+  std::string type;
+  for (const Quell::TableStatus& each : collections) {
+    entries += each.entries;
+    if (writer.isNone()) writer = writerOf(each);
+    if (type.empty()) type = each.containerType;  // a damaged file tells none
+    rows.emplace_back(collectionRow(each, false));
+  }
+  return {{"path", collections.front().path},
+          {"type", type},
+          {"entries", entries},
+          {"writer", writer},
+          {"collections", std::move(rows)}};
+}
+
 }  // namespace
 
+// People get a line a collection; a script gets an object a table, with the sum of its entries, its writer (a
+// table may be written in one collection only) and its collections.
 void listTables(const Context& context) {
   Output output(context.json);
-  for (const Quell::TableStatus& each : Quell::listTables(context.runDir)) {
-    Value::Object row{{"path", each.path},
-                      {"collection", each.collection},
-                      {"type", each.containerType},
-                      {"entries", each.entries},
-                      {"writer", each.writer == 0 ? Value() : Value(each.writer)}};
-    if (!each.problem.empty()) row.emplace_back("problem", each.problem);
-    output.row(row);
+  const auto found = Quell::listTables(context.runDir);
+  for (std::size_t first = 0, end = 0; first < found.size(); first = end) {
+    while (end < found.size() && found[end].path == found[first].path) ++end;
+    const std::span<const Quell::TableStatus> table(&found[first], end - first);
+    if (context.json) {
+      output.row(tableRow(table));
+    } else {
+      for (const Quell::TableStatus& each : table) output.row(collectionRow(each, true));
+    }
   }
   output.finish();
 }

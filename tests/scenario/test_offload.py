@@ -51,8 +51,7 @@ class OffloadTest(ScenarioTest):
         agent = self.start()
         agent.wait_ready()
         self.put([status(flow_key(*FLOW_A))])
-        listed, = [row for row in self.sft("table", "list")
-                   if (row["path"], row["collection"]) == (STATUS, "hoIpFlowStatus")]
+        listed, = [row for row in self.sft("table", "list") if row["path"] == STATUS]
         self.assertEqual((listed["entries"], listed["type"]), (1, "FlowTracking::HoFlowStatus"))
         self.assertEqual(self.ports()["Ethernet1"]["replay"], "running")
         self.assertEqual(self.sft("table", "del", STATUS, "hoIpFlowStatus",

@@ -100,12 +100,12 @@ class Tables(ScenarioTest):
         self.assertIn("line 1", self.sft_refused("table", "del", *FOUR, text=lines(first)))
         self.assertEqual(len(self.dump(FOUR)), 1)
 
-    def test_the_list_has_every_collection(self):
+    def test_the_list_has_every_table_with_its_collections(self):
         self.sft("table", "put", *FOUR, text=lines(status(flow_key(*FLOW))))
-        rows = {(row["path"], row["collection"]): row for row in self.sft("table", "list")}
-        self.assertEqual(rows[FOUR], {"path": STATUS, "collection": FOUR[1], "type": "FlowTracking::HoFlowStatus", "entries": 1,
-                                      "writer": None})
-        self.assertEqual(rows[SIX]["entries"], 0)
+        row, = self.sft("table", "list")
+        self.assertEqual(row, {"path": STATUS, "type": "FlowTracking::HoFlowStatus", "entries": 1, "writer": None,
+                               "collections": [{"collection": SIX[1], "entries": 0, "writer": None},
+                                               {"collection": FOUR[1], "entries": 1, "writer": None}]})
 
     def test_many_records(self):
         records = [status(flow_key("10.0.0.1", "10.0.0.2", port, 1)) for port in range(1, 20_001)]
@@ -130,7 +130,7 @@ class Tables(ScenarioTest):
         self.sft("table", "put", *FOUR, text=lines(status(flow_key(*FLOW))))
         (self.run_dir / "tables" / STATUS / "hoIp6FlowStatus").write_bytes(b"damaged" * 1000)
         self.assertIn("hoIp6FlowStatus", self.sft_refused("table", "dump", *SIX))
-        rows = {row["collection"]: row for row in self.sft("table", "list")}
+        rows = {row["collection"]: row for row in self.sft("table", "list")[0]["collections"]}
         self.assertIn("problem", rows["hoIp6FlowStatus"])
         self.assertEqual(rows["hoIpFlowStatus"]["entries"], 1)
 
