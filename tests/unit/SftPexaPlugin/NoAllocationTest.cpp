@@ -1,38 +1,7 @@
 // The packet path allocates nothing: every allocation of this program is counted.
-#include <cstdlib>
-#include <new>
-
+#include "CountAllocations.h"
 #include "PacketPath.h"
 #include "pexa/NamedCounters.h"
-
-namespace {
-std::uint64_t allocations = 0;
-
-void* counted(std::size_t bytes) {
-  ++allocations;
-  if (void* memory = std::malloc(bytes)) return memory;
-  throw std::bad_alloc();
-}
-}  // namespace
-
-void* operator new(std::size_t bytes) {
-  return counted(bytes);
-}
-void* operator new[](std::size_t bytes) {
-  return counted(bytes);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace SampledFlowTracker {
 namespace {
