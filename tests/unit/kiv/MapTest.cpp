@@ -145,6 +145,21 @@ TEST(Map, ReserveMakesRoomAndKeepsEntries) {
   EXPECT_EQ(map.size(), 1000U);
 }
 
+TEST(Map, PeekGivesTheEntryOfAHashAndPrefetchingChangesNothing) {
+  IntMap<SpreadHash> map;
+  map.prefetch(SpreadHash{}(Key{1}));  // of an empty map
+  EXPECT_EQ(map.peek(SpreadHash{}(Key{1})), nullptr);
+  for (int number = 0; number < 100; ++number) map.insert(Key{number}, number);
+  for (int number = 0; number < 100; ++number) {
+    const std::uint64_t hash = IntMap<SpreadHash>::hashOf(Key{number});
+    map.prefetch(hash);
+    ASSERT_NE(map.peek(hash), nullptr);
+    EXPECT_EQ(map.peek(hash)->value, number);
+  }
+  EXPECT_EQ(map.peek(SpreadHash{}(Key{100})), nullptr);
+  EXPECT_EQ(map.size(), 100U);
+}
+
 TEST(Set, InsertTellsWhetherTheKeyIsNew) {
   Kiv::Set<Key, SpreadHash> set;
   EXPECT_TRUE(set.insert(Key{1}));
