@@ -110,8 +110,6 @@ class Map {
 
   // Bytes held by the table itself.
   std::size_t memory() const { return slots_.capacity() * sizeof(Slot); }
-  // Where to prefetch ahead of a find(key).
-  const void* place(const Key& key) const { return slots_.empty() ? nullptr : &slots_[home(Hash{}(key))]; }
   // Looking ahead: a key's hash, computed once; the memory that a find of it reads first, asked for; and,
   // when that has arrived, the entry that a find of it will most likely give, or null.
   static std::uint64_t hashOf(const Key& key) { return Hash{}(key); }

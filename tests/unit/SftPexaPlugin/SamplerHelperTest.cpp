@@ -61,6 +61,21 @@ TEST_F(SamplerHelper, FollowsItsConfigurationAtOnce) {
   EXPECT_FALSE(helper->ingressEnabled(IntfId("Ethernet1")));
 }
 
+TEST_F(SamplerHelper, AnAnswerIsForgottenWhenTheConfigurationChangesInEitherDirection) {
+  const IntfId intf("Ethernet3");
+  for (int round = 0; round < 2; ++round) {
+    sftSflowHwConfig->ingressInterfacesIs({intf});
+    EXPECT_TRUE(helper->ingressEnabled(intf));
+    sftSflowHwConfig->egressInterfacesIs({intf});
+    EXPECT_TRUE(helper->egressEnabled(intf));
+    sftSflowHwConfig->ingressInterfacesIs({});
+    EXPECT_FALSE(helper->ingressEnabled(intf));
+    EXPECT_TRUE(helper->egressEnabled(intf));
+    sftSflowHwConfig->egressInterfacesIs({});
+    EXPECT_FALSE(helper->egressEnabled(intf));
+  }
+}
+
 TEST_F(SamplerHelper, BothDirectionsShareTheRate) {
   config->sampleRateIs(4096);
   EXPECT_EQ(helper->ingressSampleRate(), 4096U);

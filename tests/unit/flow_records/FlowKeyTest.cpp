@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <sstream>
 
 #include "Arbitrary.h"
@@ -62,6 +63,31 @@ std::vector<void (*)(HoKey&)> changes() {
           [](HoKey& key) { key.ipFlowKey.dstPort = 700; },
           [](HoKey& key) { key.direction = AllowedTrafficDirection::egress; },
           [](HoKey& key) { key.intfId = Pavo::IntfId("b"); }};
+}
+
+// A packet's key is written in words that are put together from several members; each byte must come to stand
+// where the member has it.
+TYPED_TEST(FlowKeyTest, APacketsKeyIsTheKeyOfItsMembers) {
+  using Family = FlowTracking::IpFamily<TypeParam>;
+  std::array<std::uint8_t, 64> packet;
+  for (std::size_t i = 0; i < packet.size(); ++i) packet[i] = static_cast<std::uint8_t>(0x81 + i);
+  const typename Family::Header ip(packet.data());
+  const Pavo::L4Ports l4(packet.data() + 60);
+  for (const std::string name :
+       {"", "a", "Ethernet", "Ethernet1/2/3.40", "Ethernet1/2/3.4095", "Port-Channel2000.40945"}) {
+    typename TestFixture::FlowKeyType flow;
+    flow.vlan = 4095;
+    flow.srcAddr = ip.src();
+    flow.dstAddr = ip.dst();
+    flow.ipProto = ip.protocolNum();
+    flow.srcPort = l4.srcPort();
+    flow.dstPort = l4.dstPort();
+    const Pavo::IntfId intfId(name);
+    const typename TestFixture::HoKeyType members(flow, AllowedTrafficDirection::egress, intfId);
+    const typename TestFixture::HoKeyType written(4095, ip, l4, AllowedTrafficDirection::egress, intfId);
+    EXPECT_EQ(written, members) << written << " and " << members;
+    EXPECT_EQ(written.intfId.name(), name);
+  }
 }
 
 TYPED_TEST(FlowKeyTest, IsOfTheDefaultVrfUnlessTold) {
