@@ -63,17 +63,19 @@ Kiv::Ptr<SftPexaFtHoConfigReactor> SftPexaPlugin::sftPexaFtHoConfigReactorIs(
                  &SftPexaFtHoConfigReactor::SftPexaFtHoConfigReactorIs, sftHwTrackingConfig, hoStatus);
 }
 
-// Nothing builds these two yet: asked for, they stay as they are.
-Kiv::Ptr<SftPexaFtHOCSM> SftPexaPlugin::hocSmIs(const Kiv::Ptr<const FlowTracking::HoFlowConfig>&,
-                                                const Kiv::Ptr<FlowTracking::HoFlowStatus>&,
-                                                const Kiv::Ptr<FlowTracking::HoFlowCounter>&,
-                                                const Kiv::Ptr<FlowTracking::HosStateCounter>&,
-                                                const Kiv::Ptr<Counters>&,
-                                                const Kiv::Ptr<SftPexaDrovaHelper>&, const Zun::SmControl&) {
-  return hocSm();
+Kiv::Ptr<SftPexaFtHOCSM> SftPexaPlugin::hocSmIs(
+    const Kiv::Ptr<const FlowTracking::HoFlowConfig>& hoFlowConfig,
+    const Kiv::Ptr<FlowTracking::HoFlowStatus>& hoFlowStatus,
+    const Kiv::Ptr<FlowTracking::HoFlowCounter>& hoFlowCounter,
+    const Kiv::Ptr<FlowTracking::HosStateCounter>& hosStateCounter, const Kiv::Ptr<Counters>& localHoCounters,
+    const Kiv::Ptr<SftPexaDrovaHelper>& drovaHelper, const Zun::SmControl& drovaControl) {
+  return childIs(hocSm_, hocSmAttr, &SftPexaFtHOCSM::SftPexaFtHOCSMIs, hoFlowConfig, hoFlowStatus,
+                 hoFlowCounter, hosStateCounter, localHoCounters, drovaHelper, drovaControl);
 }
-Kiv::Ptr<SftPexaDrovaHelper> SftPexaPlugin::drovaHelperIs(const Kiv::Ptr<FlowTracking::HosStateCounter>&) {
-  return drovaHelper();
+
+Kiv::Ptr<SftPexaDrovaHelper> SftPexaPlugin::drovaHelperIs(
+    const Kiv::Ptr<FlowTracking::HosStateCounter>& hosStateCounter) {
+  return childIs(drovaHelper_, drovaHelperAttr, &SftPexaDrovaHelper::SftPexaDrovaHelperIs, hosStateCounter);
 }
 
 Kiv::Ptr<Pexa::Counter::PexaSftHoCounterCollection> SftPexaPlugin::localHoCountersIs(

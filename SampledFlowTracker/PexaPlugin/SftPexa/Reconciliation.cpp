@@ -1,0 +1,96 @@
+// The reconciliation of one output, step by step.
+#include "Output.h"
+
+namespace SampledFlowTracker {
+
+void OutputBase::taskIs() {
+  const Zun::SmControl& control = frame_.drovaControl();
+  task_.put(
+      control.taskScheduler->taskIs(fmt::format("SftPexaFtHOCSM-{}Task", nameOf(id_)), control.taskPriority),
+      [this] { inputReady(); });
+}
+
+void OutputBase::reconcilingDecide() {
+  reconciling_ = entries() != 0;
+  frame_.trace()(SmTrace::kFrame, "handleInitialized", fmt::format("Reconciling {}: {{:}}", nameOf(id_)),
+                 reconciling_);
+}
+
+void OutputBase::inputReady() {
+  if (!frame_.initialized()) return;
+  const SmTrace& trace = frame_.trace();
+  const std::string handler =
+      trace.enabled(SmTrace::kFrame) ? fmt::format("handle{}InputReady", typeNameOf(id_)) : std::string();
+  trace(SmTrace::kFrame, handler, "");
+  if (ready()) {
+    trace(SmTrace::kFrame, handler, " .. not reconciling.");
+    return;
+  }
+  if (!frame_.initialScanDone()) {
+    frame_.handleInitialScanDone();
+    return;
+  }
+  if (!predecessorsReady()) return;  // U2
+  trace(SmTrace::kFrame, handler, "Input scans for {} complete", nameOf(id_));
+  if (reconciling_) {
+    if (handedOver()) return;  // U4
+    const Run run = deletionScan();
+    if (!run.ended) {
+      yieldScan(run);
+      return;
+    }
+    endScan(run);
+  }
+  frame_.outputState()->outputReadyIs(id_);
+}
+
+bool OutputBase::predecessorsReady() const {
+  for (const OutputId earlier : kReadyChain) {
+    if (earlier == id_) return true;
+    if (!frame_.outputState()->outputReady(earlier)) return false;
+  }
+  return true;
+}
+
+bool OutputBase::handedOver() const {
+  return useBookmark_ && task_ && !frame_.running(*task_);
+}
+
+bool OutputBase::givesWay(const Run& run) const {
+  if (frame_.synchronous() || run.processed == 0 || !task_) return false;  // U3
+  return !frame_.running(*task_) || task_->taskShouldYield();
+}
+
+void OutputBase::yieldScan(const Run& run) {
+  useBookmark_ = true;
+  frame_.trace()(SmTrace::kFrame, "reconciliation",
+                 "Yielding in reconciliation processing after processing {} items, including {} deletions .",
+                 run.processed, run.deletions);
+  task_->taskWorkCountInc(run.processed);
+  task_->scheduleTask();
+}
+
+void OutputBase::endScan(const Run& run) {
+  frame_.trace()(
+      SmTrace::kFrame, "reconciliation",
+      "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
+      run.processed, run.deletions);
+  if (task_) {
+    task_->taskWorkCountInc(run.processed);
+    task_.del();
+  }
+  bookmarkReset();
+  useBookmark_ = false;
+  reconciling_ = false;
+  seenDelAll();
+}
+
+void SmFrame::storeFailed(std::string_view message) {
+  ++storesFailed_;
+  if (message == lastFailure_) return;
+  lastFailure_ = message;
+  static const Kiv::TraceHandle handle("Pexa::Sft", 0);
+  Kiv::TraceHelper(handle, 0, __FILE__, __LINE__, "storeFailed").write(message);
+}
+
+}  // namespace SampledFlowTracker
