@@ -4,6 +4,7 @@
 #include <cassert>
 
 #include "KivType.h"
+#include "kiv/Kept.h"
 
 namespace Kiv {
 
@@ -73,10 +74,8 @@ void NotifieeList::deliver(const Call& call) {
     PtrInterface::NotifieeConst* notifiee = notifiees_[i];
     if (notifiee == nullptr || notifiee->zombie() || !notifiee->hasNotificationActive()) continue;
     // A notifiee may drop its owner, and with it itself, while it is told.
-    const bool counted = notifiee->references() > 0;
-    if (counted) notifiee->referenceAdd();
+    const Ptr<PtrInterface::NotifieeConst> keep = kept(*notifiee);
     call(*notifiee);
-    if (counted) notifiee->referenceRemove();
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 
 #include "KivEntity.h"
 
@@ -53,6 +54,14 @@ TEST(Notifiee, IsToldOfAChangeOnceAndOfASameValueNever) {
   watched->speedIs(10);
   watched->speedIs(10);
   EXPECT_EQ(watcher->told, std::vector<Kiv::AttributeId>{Watched::speedAttr});
+}
+
+TEST(Notifiee, WhatOneThrowsIsPassedOnAndKeepsNobodyAlive) {
+  const auto watched = Kiv::makePtr<Watched>();
+  const auto watcher = watcherOf(watched);
+  watcher->during = [] { throw std::runtime_error("fault"); };
+  EXPECT_THROW(watched->speedIs(10), std::runtime_error);
+  EXPECT_EQ(watcher->references(), 1U);
 }
 
 TEST(Notifiee, InactiveOrZombieIsNotTold) {
