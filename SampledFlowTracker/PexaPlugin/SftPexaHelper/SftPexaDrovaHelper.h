@@ -2,7 +2,7 @@
 // for room.
 //
 // The budget counts flows of one family: each family has the whole of it. It is read from the environment
-// when the helper is built, and can be changed at run time (`sft attr set SampledFlowTracker/drovaHelper
+// when the helper is built, and can be changed at run time (`sft attr set SampledFlowTracker.drovaHelper
 // maxInHardwareFlows 4096`); flows that are in hardware stay there when it shrinks.
 //
 // Neighbours: the state machine's admission asks for room and keeps the sets; its reconciliation walks them.
