@@ -85,6 +85,7 @@ class OutputBase {
   bool useBookmark_ = false;
 
  private:
+  std::string handlerName() const;
   bool predecessorsReady() const;
   bool handedOver() const;
   void yieldScan(const Run& run);

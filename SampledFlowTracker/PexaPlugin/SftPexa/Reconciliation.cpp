@@ -19,8 +19,7 @@ void OutputBase::reconcilingDecide() {
 void OutputBase::inputReady() {
   if (!frame_.initialized()) return;
   const SmTrace& trace = frame_.trace();
-  const std::string handler =
-      trace.enabled(SmTrace::kFrame) ? fmt::format("handle{}InputReady", typeNameOf(id_)) : std::string();
+  const std::string handler = handlerName();
   trace(SmTrace::kFrame, handler, "");
   if (ready()) {
     trace(SmTrace::kFrame, handler, " .. not reconciling.");
@@ -44,6 +43,12 @@ void OutputBase::inputReady() {
   frame_.outputState()->outputReadyIs(id_);
 }
 
+// Empty while nobody would see it.
+std::string OutputBase::handlerName() const {
+  if (!frame_.trace().enabled(SmTrace::kFrame)) return {};
+  return fmt::format("handle{}InputReady", typeNameOf(id_));
+}
+
 bool OutputBase::predecessorsReady() const {
   for (const OutputId earlier : kReadyChain) {
     if (earlier == id_) return true;
@@ -63,7 +68,7 @@ bool OutputBase::givesWay(const Run& run) const {
 
 void OutputBase::yieldScan(const Run& run) {
   useBookmark_ = true;
-  frame_.trace()(SmTrace::kFrame, "reconciliation",
+  frame_.trace()(SmTrace::kFrame, handlerName(),
                  "Yielding in reconciliation processing after processing {} items, including {} deletions .",
                  run.processed, run.deletions);
   task_->taskWorkCountInc(run.processed);
@@ -72,7 +77,7 @@ void OutputBase::yieldScan(const Run& run) {
 
 void OutputBase::endScan(const Run& run) {
   frame_.trace()(
-      SmTrace::kFrame, "reconciliation",
+      SmTrace::kFrame, handlerName(),
       "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
       run.processed, run.deletions);
   if (task_) {

@@ -140,6 +140,51 @@ class SftPexaFtHOCSM : public Kiv::PtrInterface, public SmFrame {
     statements6_.eventToInput(key, config);
   }
 
+  // The reconciliation state of each output: the seen set (Is, Del, DelAll, Has), the bookmark, the flags and
+  // the task; see Output. The task is empty when synchronous, and once the output is reconciled.
+#define SFT_OUTPUT(name, Name, of)                              \
+  void name##SeenIs(const Name##KeyType& key) {                 \
+    of.seenIs(key);                                             \
+  }                                                             \
+  void name##SeenDel(const Name##KeyType& key) {                \
+    of.seenDel(key);                                            \
+  }                                                             \
+  void name##SeenDelAll() {                                     \
+    of.seenDelAll();                                            \
+  }                                                             \
+  bool name##SeenHas(const Name##KeyType& key) const {          \
+    return of.seenHas(key);                                     \
+  }                                                             \
+  const Name##KeyType& name##Bookmark() const {                 \
+    return of.bookmark();                                       \
+  }                                                             \
+  bool name##UseBookmark() const {                              \
+    return of.useBookmark();                                    \
+  }                                                             \
+  bool name##Reconciling() const {                              \
+    return of.reconciling();                                    \
+  }                                                             \
+  const Kiv::Ptr<Olt::Task>& name##ReconciliationTask() const { \
+    return of.reconciliationTask().ptr();                       \
+  }                                                             \
+  void name##ReconciliationTaskDel() {                          \
+    of.reconciliationTask().del();                              \
+  }
+  SFT_OUTPUT(localCounterCounterIp6CollectionOutput, LocalCounterCounterIp6CollectionOutput,
+             outputs6_.localCounter)
+  SFT_OUTPUT(localCounterCounterCollectionOutput, LocalCounterCounterCollectionOutput, outputs4_.localCounter)
+  SFT_OUTPUT(hosStateCounterHosStateIp6CounterOutput, HosStateCounterHosStateIp6CounterOutput,
+             outputs6_.stateCounter)
+  SFT_OUTPUT(hoFlowStatusHoIpFlowStatusOutput, HoFlowStatusHoIpFlowStatusOutput, outputs4_.status)
+  SFT_OUTPUT(hosStateCounterHosStateIpCounterOutput, HosStateCounterHosStateIpCounterOutput,
+             outputs4_.stateCounter)
+  SFT_OUTPUT(helperOverflowEntriesOutput, HelperOverflowEntriesOutput, outputs4_.overflow)
+  SFT_OUTPUT(hoFlowCounterHoIp6FlowCounterOutput, HoFlowCounterHoIp6FlowCounterOutput, outputs6_.counter)
+  SFT_OUTPUT(hoFlowStatusHoIp6FlowStatusOutput, HoFlowStatusHoIp6FlowStatusOutput, outputs6_.status)
+  SFT_OUTPUT(hoFlowCounterHoIpFlowCounterOutput, HoFlowCounterHoIpFlowCounterOutput, outputs4_.counter)
+  SFT_OUTPUT(helperOverflow6EntriesOutput, HelperOverflow6EntriesOutput, outputs6_.overflow)
+#undef SFT_OUTPUT
+
  private:
   class KivInputSmScanState;
   class KivOutputState;
@@ -151,7 +196,9 @@ class SftPexaFtHOCSM : public Kiv::PtrInterface, public SmFrame {
   void createRecords();
   void createInputs();
   // Walks a child's table again, with events.
-  static void restart(Zun::InputSm& child) { child.doInitializeTask(); }
+  static void restart(Zun::InputSm& child) {
+    child.doInitializeTask();
+  }
   void offerOutputs();
 
   const Kiv::Ptr<const FlowTracking::HoFlowConfig> hoFlowConfig_;
