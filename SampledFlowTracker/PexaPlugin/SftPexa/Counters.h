@@ -13,7 +13,7 @@ void Statements<Domain>::flowCounterStream(const Event& event, State curState) {
   const FlowKey& key = event.key.ipFlowKey;
   frame_.trace()(SmTrace::kStatement, Texts::kFlowCounterName, Texts::kFlowCounterStream, event.key,
                  event.status, event.counter);
-  const State oldState = event.status ? State(event.status->state) : std::nullopt;
+  const State oldState = stateOf(event.status);
   const auto references = event.counter ? std::optional(event.counter->hosEntries) : std::nullopt;
   const std::uint32_t hosEntries = newHosEntries(references, oldState, curState);
   if (counterKept(hosEntries, oldState, curState)) {
@@ -48,7 +48,7 @@ template <class Domain>
 void Statements<Domain>::hosStateCounterStream(const Event& event, State curState) {
   const SmTrace& trace = frame_.trace();
   trace(SmTrace::kStatement, Texts::kStateCounterName, Texts::kStateCounterStream, event.key, event.status);
-  const State oldState = event.status ? State(event.status->state) : std::nullopt;
+  const State oldState = stateOf(event.status);
   if (!oldState && !curState) {
     trace(SmTrace::kFilter, Texts::kStateCounterName, Texts::kNoStatus);
     return;

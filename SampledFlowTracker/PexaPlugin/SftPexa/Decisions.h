@@ -16,6 +16,14 @@ namespace SampledFlowTracker {
 using FlowTracking::HoFlowState;
 using State = std::optional<HoFlowState>;
 
+// The state of a status, if there is one.
+template <class Status>
+State stateOf(const std::optional<Status>& status) {
+  State state;
+  if (status) state = status->state;
+  return state;
+}
+
 inline HoFlowState newState(bool outOfResources) {
   return outOfResources ? HoFlowState::overflow : HoFlowState::inHardware;
 }

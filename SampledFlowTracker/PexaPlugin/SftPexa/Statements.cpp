@@ -18,8 +18,7 @@ void Statements<Domain>::eventToInput(const Key& key, const std::optional<Config
 template <class Domain>
 void Statements<Domain>::mergedStreams(const Event& event) {
   statusStream(event);
-  const auto current = FlowTracking::lookUp(outputs_.status.table().map(), event.key);  // S1
-  const State curState = current ? State(current->state) : std::nullopt;
+  const State curState = stateOf(FlowTracking::lookUp(outputs_.status.table().map(), event.key));  // S1
   flowCounterStream(event, curState);
   hosStateCounterStream(event, curState);
 }
