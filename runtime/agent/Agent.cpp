@@ -18,6 +18,7 @@
 #include "PluginLibrary.h"
 #include "RunDir.h"
 #include "Sflow.h"
+#include "TaskWork.h"
 #include "capture/CaptureError.h"
 #include "capture/TraceFilters.h"
 #include "mirro/StateDatabase.h"
@@ -73,12 +74,14 @@ class Agent::Impl {
         exportWork_(exporter_),
         statusWork_(ports_, statusDir_),
         tableWork_(*sharedMem_),
-        requests_({*state_, *manager_, ports_, reasons_, exporter_, trace_}) {
+        taskWork_(tasks_),
+        requests_({*state_, *manager_, ports_, reasons_, exporter_, *tasks_, trace_}) {
     Skein::agentTraceHandleIs(&trace_);
     ports_.table()->sampleReceiverIs(&exporter_);
     loop_.workIs(&exportWork_);
     loop_.workIs(&statusWork_);
     loop_.workIs(&tableWork_);
+    loop_.workIs(&taskWork_);
   }
   ~Impl() { takeDown(); }
 
@@ -189,6 +192,7 @@ class Agent::Impl {
   const Kiv::Ptr<AllGenericPipelineSteps> steps_ = Kiv::makePtr<AllGenericPipelineSteps>("pipelineSteps");
   const Kiv::Ptr<Interface::EthIntfStatusDir> statusDir_ =
       Kiv::makePtr<Interface::EthIntfStatusDir>(Kiv::String(kStatusDirPath));
+  const Kiv::Ptr<Olt::TaskScheduler> tasks_ = Olt::TaskSchedulerRoot::findOrCreateScheduler();
   AgentPorts ports_;
   Sflow::SflowExporter exporter_;
   Capture::TraceFilters filters_;
@@ -198,6 +202,7 @@ class Agent::Impl {
   ExportWork exportWork_;
   PortStatusWork statusWork_;
   TableWork tableWork_;
+  TaskWork taskWork_;
   std::vector<PluginLibrary> libraries_;
   ControlRequests requests_;
   std::optional<ControlSocket> control_;

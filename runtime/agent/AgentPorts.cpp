@@ -61,6 +61,10 @@ void AgentPorts::openWriters() {
   }
 }
 
+void AgentPorts::replaysHeldIs(bool held) {
+  for (AgentPort& port : ports_) port.device->replayHeldIs(held);
+}
+
 bool AgentPorts::replaying() const {
   return std::any_of(ports_.begin(), ports_.end(),
                      [](const AgentPort& port) { return replays(port, Capture::ReplayState::running); });

@@ -36,6 +36,9 @@ class AgentPorts : public Sflow::CounterSource {
   // The table that plugins see.
   const Kiv::Ptr<Ports>& table() const { return table_; }
 
+  // Held, captures wait with their first packet; live ports do not. Not held unless told so.
+  void replaysHeldIs(bool held);
+  // Whether a capture has packets left, held or not.
   bool replaying() const;
   bool anyDamaged() const;
   // Logs each capture whose replay came to its end since the last call.

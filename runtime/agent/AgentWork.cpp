@@ -13,7 +13,7 @@ constexpr std::size_t kSliceKeys = 256;
 
 }  // namespace
 
-void TableWork::run(double /*now*/) {
+void TableWork::run(double /*now*/, double /*slice*/) {
   pending_ = tables_.deliver(kSliceKeys);
 }
 

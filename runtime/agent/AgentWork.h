@@ -15,7 +15,7 @@ class ExportWork : public Work {
  public:
   explicit ExportWork(Sflow::SflowExporter& exporter) : exporter_(exporter) {}
   double next() const override { return exporter_.nextCounters(); }
-  void run(double /*now*/) override { exporter_.countersDue(); }
+  void run(double /*now*/, double /*slice*/) override { exporter_.countersDue(); }
   void flush() override { exporter_.flush(); }
 
  private:
@@ -30,7 +30,7 @@ class PortStatusWork : public Work {
   PortStatusWork(AgentPorts& ports, Kiv::Ptr<Interface::EthIntfStatusDir> dir)
       : ports_(ports), dir_(std::move(dir)) {}
   double next() const override { return next_; }
-  void run(double now) override {
+  void run(double now, double /*slice*/) override {
     ports_.statusInto(*dir_);
     next_ = now + kInterval;
   }
@@ -47,7 +47,7 @@ class TableWork : public Work {
   explicit TableWork(Quell::SharedTables& tables) : tables_(tables) {}
   double next() const override { return pending_ ? 0 : kNever; }
   // Delivers a slice of the changes; the packets get their turn before the next one.
-  void run(double now) override;
+  void run(double now, double slice) override;
   void flush() override { tables_.flush(); }
   int descriptor() const override { return tables_.descriptor(); }
   void readable() override { pending_ = true; }

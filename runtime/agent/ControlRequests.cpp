@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "Cliprint.h"
+#include "TaskWork.h"
 #include "TraceLevels.h"
 #include "json/JsonText.h"
 
@@ -52,6 +53,7 @@ const ControlRequests::Request ControlRequests::kRequests[] = {
     {"ports", &ControlRequests::ports},
     {"samples", &ControlRequests::samples},
     {"reasons", &ControlRequests::reasons},
+    {"tasks", &ControlRequests::tasks},
     {"local", &ControlRequests::local},
     {"local display", &ControlRequests::localDisplay},
     {"state get", &ControlRequests::stateGet},
@@ -93,6 +95,10 @@ ControlSocket::Rows ControlRequests::reasons(const Value& /*request*/) {
                                  {"count", count.count}});
   }
   return rowsOf(std::move(rows));
+}
+
+ControlSocket::Rows ControlRequests::tasks(const Value& /*request*/) {
+  return rowsOf(taskRows(parts_.tasks));
 }
 
 ControlSocket::Rows ControlRequests::local(const Value& /*request*/) {

@@ -1,7 +1,7 @@
 // What a client of the control socket may ask of a running agent. A request is an object whose member
 // "request" names it; the other members are its arguments:
 //
-//   ports, samples, reasons                          a row for each
+//   ports, samples, reasons, tasks                   a row for each
 //   local                                            a row for each local counter of every collection
 //   local display                                    {"collection","keyType","text"} for each collection
 //   state get   path [attribute]                     one row: the attributes with their values
@@ -18,6 +18,7 @@
 #include "AgentPorts.h"
 #include "ControlSocket.h"
 #include "EntityFinder.h"
+#include "Olt.h"
 #include "mirro/StateDatabase.h"
 #include "pexa/NamedCounters.h"
 #include "sflow/SflowExporter.h"
@@ -33,6 +34,7 @@ class ControlRequests {
     AgentPorts& ports;
     NamedCounters& reasons;
     Sflow::SflowExporter& exporter;
+    Olt::TaskScheduler& tasks;
     Skein::TraceRing& trace;
   };
   // The parts must outlive this.
@@ -46,6 +48,7 @@ class ControlRequests {
   Rows ports(const Kiv::Value& request);
   Rows samples(const Kiv::Value& request);
   Rows reasons(const Kiv::Value& request);
+  Rows tasks(const Kiv::Value& request);
   Rows local(const Kiv::Value& request);
   Rows localDisplay(const Kiv::Value& request);
   Rows stateGet(const Kiv::Value& request);

@@ -7,6 +7,7 @@
 #include <asio.hpp>
 #include <chrono>
 #include <functional>
+#include <utility>
 
 namespace Pexa {
 
@@ -105,9 +106,11 @@ void EventLoop::workIs(Work* work) {
 void EventLoop::run(bool untilEnd) {
   const auto guard = asio::make_work_guard(io_);
   waits_->portsAre(ports_);
+  ports_.replaysHeldIs(true);
   for (unsigned turn = 0; !stopped_; ++turn) {
     const bool packets = panel_.runRound() != 0;
-    const bool work = runDueWork();
+    const bool work = runDueWork(packets ? kBusySlice : kIdleSlice);
+    if (!settled_) settle();
     if (packets || work) {
       if (turn % kTurnsPerLook == 0) lookAtDescriptors();
       continue;
@@ -121,12 +124,12 @@ void EventLoop::run(bool untilEnd) {
   flush();
 }
 
-bool EventLoop::runDueWork() {
+bool EventLoop::runDueWork(double slice) {
   const double now = Kiv::System::currentTimeUtc();
   bool ran = false;
   for (Work* work : work_) {
     if (work->next() > now) continue;
-    work->run(now);
+    work->run(now, slice);
     ran = true;
   }
   return ran;
@@ -137,9 +140,24 @@ void EventLoop::flush() {
   ports_.flush();
 }
 
-bool EventLoop::atEnd() const {
-  return !ports_.replaying() &&
-         std::none_of(work_.begin(), work_.end(), [](const Work* work) { return work->unfinished(); });
+bool EventLoop::unfinished() const {
+  return std::any_of(work_.begin(), work_.end(), [](const Work* work) { return work->unfinished(); });
+}
+
+void EventLoop::settle() {
+  if (unfinished()) return;
+  lookAtDescriptors();  // what has come through them is not known of before
+  if (unfinished()) return;
+  settled_ = true;
+  ports_.replaysHeldIs(false);
+}
+
+bool EventLoop::atEnd() {
+  if (!settled_ || ports_.replaying()) return false;
+  if (!std::exchange(capturesEnded_, true)) {
+    for (Work* work : work_) work->capturesEnded();
+  }
+  return !unfinished();
 }
 
 void EventLoop::lookAtDescriptors() {

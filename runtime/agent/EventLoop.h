@@ -2,6 +2,10 @@
 // of work that is due, then descriptors and signals. When a turn brought no packets and no work is due, the
 // loop sleeps until a descriptor becomes readable or something becomes due.
 //
+// Captures are not replayed before the agent has settled: before the work that its start left due is done,
+// and the changes of shared tables that had come by then are told. What was wanted before the start is in
+// place when the first replayed packet comes, however fast it comes. Live ports are served at once.
+//
 // Neighbours: PatchPanel.h has the packets, Work.h the work; control socket and signals come through the
 // io_context.
 #pragma once
@@ -24,6 +28,9 @@ class EventLoop {
  public:
   // While packets keep coming, descriptors are looked at every so many turns.
   static constexpr unsigned kTurnsPerLook = 16;
+  // Seconds that a piece of work may take in a turn that brought packets, and in one that did not.
+  static constexpr double kBusySlice = 200e-6;
+  static constexpr double kIdleSlice = 1e-3;
   static constexpr double kLongestSleep = 1.0;  // seconds; bounds what a step of the system's clock can do
 
   // All that is referred to must outlive the loop.
@@ -43,9 +50,11 @@ class EventLoop {
 
  private:
   class Waits;
-  bool runDueWork();
+  bool runDueWork(double slice);
   void flush();
-  bool atEnd() const;
+  bool unfinished() const;
+  void settle();
+  bool atEnd();
   void lookAtDescriptors();
   void sleep();
 
@@ -55,6 +64,8 @@ class EventLoop {
   std::vector<Work*> work_;
   std::unique_ptr<Waits> waits_;
   bool stopped_ = false;
+  bool settled_ = false;
+  bool capturesEnded_ = false;
 };
 
 }  // namespace Pexa

@@ -74,6 +74,8 @@ class PortDevice {
   const PortCounts& counts() const { return counts_; }
 
   virtual ReplayState replayState() const { return ReplayState::none; }
+  // A held replay gives no packets. To be held before its first packet: its pace counts from that one.
+  virtual void replayHeldIs(bool /*held*/) {}
   // Whether packets can pass at present. A live interface that is down comes back by itself.
   virtual bool up() const { return true; }
   // What is wrong at present: with a damaged capture, where the damage is. Empty when nothing is.

@@ -31,6 +31,7 @@ bool ReplayPort::fetch() {
 }
 
 std::size_t ReplayPort::receive(std::span<ReceivedPacket> room, double now) {
+  if (held_) return 0;
   if (!started_) due_ = now;
   buffer_.clear();
   const std::size_t most = std::min(room.size(), kMostBurst);
@@ -50,7 +51,7 @@ void ReplayPort::transmit(const Pavo::Pkt&, double) {
 }
 
 double ReplayPort::nextReceive() const {
-  if (state_ != ReplayState::running && !havePending_) return kNever;
+  if (held_ || (state_ != ReplayState::running && !havePending_)) return kNever;
   return pace_ == Pace::recorded && started_ ? due_ : 0.0;
 }
 

@@ -20,7 +20,8 @@ class ReplayPort : public PortDevice {
   // silences of years. Where time runs backwards, the next packet is due at once.
   static constexpr double kLongestSilence = 60.0;
 
-  // Throws CaptureError as CaptureReader does. The replay starts with the first receive().
+  // Throws CaptureError as CaptureReader does. The replay starts with the first receive() while it is not
+  // held.
   ReplayPort(std::string path, Pace pace);
 
   PortKind kind() const override { return PortKind::capture; }
@@ -28,6 +29,7 @@ class ReplayPort : public PortDevice {
   void transmit(const Pavo::Pkt& pkt, double now) override;
   double nextReceive() const override;
   ReplayState replayState() const override { return state_; }
+  void replayHeldIs(bool held) override { held_ = held; }
 
  private:
   bool fetch();
@@ -38,6 +40,7 @@ class ReplayPort : public PortDevice {
   Pace pace_;
   bool havePending_ = false;
   bool started_ = false;
+  bool held_ = false;
   double due_ = 0;           // of the pending packet, at recorded pace
   std::int64_t lastNs_ = 0;  // capture time of the packet before it
   ReplayState state_ = ReplayState::running;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "HwFlowTracking.h"
+#include "ManualClock.h"
 #include "TempDir.h"
 #include "agent/ControlRequests.h"
 #include "agent/TraceLevels.h"
@@ -11,6 +12,7 @@
 namespace {
 
 using Kiv::Value;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 constexpr const char* kConfigPath = "hardware/flowtracking/config/sampled";
@@ -78,8 +80,9 @@ class AgentEntitiesTest : public ::testing::Test {
   Kiv::Ptr<Pexa::PluginManager> manager_ = Kiv::makePtr<Pexa::PluginManager>("manager");
   Pexa::NamedCounters reasons_;
   Sflow::SflowExporter exporter_{Sflow::ExporterConfig{}};
+  Kiv::Ptr<Olt::TaskScheduler> tasks_ = Kiv::makePtr<Olt::TaskScheduler>("tasks");
   Skein::TraceRing ring_{std::filesystem::path(dir_.path()) / "trace.ring"};
-  Pexa::ControlRequests requests_{{*state_, *manager_, ports_, reasons_, exporter_, ring_}};
+  Pexa::ControlRequests requests_{{*state_, *manager_, ports_, reasons_, exporter_, *tasks_, ring_}};
 };
 
 TEST_F(AgentEntitiesTest, StateIsReadAndChangedByPath) {
@@ -153,6 +156,23 @@ TEST_F(AgentEntitiesTest, ReasonsAreShownWithTheirCounts) {
   reasons_.count("Drop", "Sft", "No flow status");
   EXPECT_EQ(askOne(R"({"request":"reasons"})"),
             R"({"category":"Drop","source":"Sft","reason":"No flow status","count":2})");
+}
+
+TEST_F(AgentEntitiesTest, TasksAreShownWithWhatTheyDidAndWhenTheyAreDue) {
+  TestSupport::ManualClock clock;
+  const auto idle = tasks_->taskIs("idle", 3);
+  const auto due = tasks_->taskIs("due", 4);
+  const auto timer = tasks_->timerTaskIs("timer", 5);
+  due->scheduleTask();
+  due->taskWorkCountInc(12);
+  due->taskWorkPendingIs(3);
+  timer->taskDelayIs(1.5);
+  EXPECT_THAT(
+      ask(R"({"request":"tasks"})"),
+      ElementsAre(
+          R"({"name":"idle","priority":3,"runs":0,"work":0,"pending":0,"due":null,"longestRunUs":0})",
+          R"({"name":"due","priority":4,"runs":0,"work":12,"pending":3,"due":0,"longestRunUs":0})",
+          R"({"name":"timer","priority":5,"runs":0,"work":0,"pending":0,"due":1.5,"longestRunUs":0})"));
 }
 
 TEST_F(AgentEntitiesTest, APortIsShownWithItsKindAndCounts) {

@@ -9,29 +9,11 @@
 #include <chrono>
 #include <functional>
 
+#include "CountedWork.h"
+
 namespace {
 
-// Does what a test tells it to, so many times, each being due at once.
-class CountedWork : public Pexa::Work {
- public:
-  explicit CountedWork(
-      int runs, std::function<void()> each = [] {})
-      : left_(runs), each_(std::move(each)) {}
-  double next() const override { return left_ > 0 ? 0 : kNever; }
-  void run(double) override {
-    --left_;
-    each_();
-  }
-  void flush() override { ++flushes_; }
-  bool unfinished() const override { return left_ > 0; }
-  int left() const { return left_; }
-  int flushes() const { return flushes_; }
-
- private:
-  int left_;
-  int flushes_ = 0;
-  std::function<void()> each_;
-};
+using TestSupport::CountedWork;
 
 class EventLoopTest : public ::testing::Test {
  protected:
@@ -99,7 +81,7 @@ class HearingWork : public Pexa::Work {
     ::close(pipe_[1]);
   }
   double next() const override { return due_ ? 0 : kNever; }
-  void run(double) override {
+  void run(double, double) override {
     due_ = false;
     char byte = 0;
     EXPECT_EQ(::read(pipe_[0], &byte, 1), 1);

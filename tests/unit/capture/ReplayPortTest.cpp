@@ -57,6 +57,17 @@ TEST_F(Replay, FastGivesFullBurstsAtOnce) {
   EXPECT_EQ(port.error(), "");
 }
 
+TEST_F(Replay, HeldItGivesNothingAndItsPaceCountsFromItsFirstPacket) {
+  ReplayPort port = open({{1, 0}, {3, 0}}, Pace::recorded);
+  port.replayHeldIs(true);
+  EXPECT_EQ(receive(port, kNow), 0U);
+  EXPECT_EQ(port.nextReceive(), PortDevice::kNever);
+  EXPECT_EQ(port.replayState(), ReplayState::running);
+  port.replayHeldIs(false);
+  EXPECT_EQ(receive(port, kNow + 100), 1U);
+  EXPECT_EQ(port.nextReceive(), kNow + 102);
+}
+
 TEST_F(Replay, AllPacketsOfABurstAreValidTogether) {
   ReplayPort port = open({{1, 0}, {1, 0}, {1, 0}}, Pace::fast);
   ASSERT_EQ(receive(port, kNow), 3U);
