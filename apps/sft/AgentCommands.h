@@ -9,7 +9,7 @@
 
 namespace Sft {
 
-// "ports", "samples" and "reasons": shows the rows of the request of this name.
+// "ports", "samples", "reasons" and "tasks": shows the rows of the request of this name.
 void showRows(const Context& context, const std::string& request);
 // The agent's display of its local counters; with JSON every record.
 void showLocal(const Context& context);
