@@ -19,4 +19,10 @@ class CommandError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A command line that cannot be understood; the same line, and another status of the program.
+class MisuseError : public CommandError {
+ public:
+  using CommandError::CommandError;
+};
+
 }  // namespace Sft

@@ -16,6 +16,13 @@ namespace {
 
 constexpr double kLatestTime = 253402300799.0;  // the end of the year 9999
 
+bool isNumber(const Kiv::Value& value) {
+  return value.as<std::int64_t>() != nullptr || value.as<std::uint64_t>() != nullptr ||
+         value.as<double>() != nullptr;
+}
+
+}  // namespace
+
 std::string timeText(double seconds) {
   if (seconds == 0) return "-";
   if (!(seconds > 0 && seconds <= kLatestTime)) return fmt::format("{}", seconds);
@@ -23,13 +30,6 @@ std::string timeText(double seconds) {
   const auto milliseconds = static_cast<int>((seconds - std::floor(seconds)) * 1000);
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(whole), milliseconds);
 }
-
-bool isNumber(const Kiv::Value& value) {
-  return value.as<std::int64_t>() != nullptr || value.as<std::uint64_t>() != nullptr ||
-         value.as<double>() != nullptr;
-}
-
-}  // namespace
 
 void print(std::string_view text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -57,7 +57,7 @@ void Output::addCells(const std::string& path, const std::string& name, const Ki
              value.as<Kiv::Ptr<const Kiv::PtrInterface>>() != nullptr) {
     line[at] = {Json::text(value), false};
   } else {
-    line[at] = {value.isNone() ? "-" : value.text(), isNumber(value)};
+    line[at] = {value.isNone() ? "-" : value.text(), isNumber(value) || value.isNone()};
   }
   columns_[at].width = std::max(columns_[at].width, line[at].text.size());
   columns_[at].numbers = columns_[at].numbers && line[at].number;

@@ -42,6 +42,9 @@ class Output {
   std::vector<Line> lines_;
 };
 
+// A UTC date and time, to the millisecond; "-" for 0, which stands for none.
+std::string timeText(double seconds);
+
 // Plain text, to standard output.
 void print(std::string_view text);
 

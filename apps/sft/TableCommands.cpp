@@ -36,22 +36,6 @@ Kiv::String typeOfPath(const std::string& path) {
   return {};
 }
 
-// Makes the table when it is absent, as the agent would when it mounts it; the path tells its type.
-void tableIs(const Context& context, const std::string& path) {
-  for (const auto& each : Quell::listTables(context.runDir)) {
-    if (each.path == path) return;
-  }
-  const Kiv::String type = typeOfPath(path);
-  if (type.empty()) {
-    throw CommandError(
-        fmt::format("no table \"{}\" in {}, and its path is that of no known table, expected one like "
-                    "\"{}\"",
-                    path, context.runDir.native(), FlowTracking::HoFlowStatus::mountPath("sampled")));
-  }
-  Quell::SharedTables tables("sft", context.runDir);
-  tables.doMount(path, type, KivQuell::MountInfo(KivQuell::KivQuellType::written));
-}
-
 // Reads values, a line each, and has each one checked. Throws CommandError, with the number of the line, at
 // the first that is wrong.
 std::vector<Value> readLines(std::istream& in, const std::function<void(const Value&)>& check) {
@@ -133,6 +117,21 @@ Value::Object tableRow(std::span<const Quell::TableStatus> collections) {
 }
 
 }  // namespace
+
+void tableIs(const Context& context, const std::string& path) {
+  for (const auto& each : Quell::listTables(context.runDir)) {
+    if (each.path == path) return;
+  }
+  const Kiv::String type = typeOfPath(path);
+  if (type.empty()) {
+    throw CommandError(
+        fmt::format("no table \"{}\" in {}, and its path is that of no known table, expected one like "
+                    "\"{}\"",
+                    path, context.runDir.native(), FlowTracking::HoFlowStatus::mountPath("sampled")));
+  }
+  Quell::SharedTables tables("sft", context.runDir);
+  tables.doMount(path, type, KivQuell::MountInfo(KivQuell::KivQuellType::written));
+}
 
 // People get a line a collection; a script gets an object a table, with the sum of its entries, its writer (a
 // table may be written in one collection only) and its collections.

@@ -9,6 +9,9 @@
 namespace Sft {
 
 void listTables(const Context& context);
+// Makes the table when it is absent, as the agent would when it mounts it. Throws CommandError when its path
+// is that of no known table.
+void tableIs(const Context& context, const std::string& path);
 void dumpTable(const Context& context, const std::string& path, const std::string& collection);
 
 // Reads a JSON object a line, records or keys; empty lines are passed over. All lines are read and checked

@@ -8,9 +8,11 @@
 #include <optional>
 
 #include "AgentCommands.h"
+#include "FlowViews.h"
 #include "RecordTypes.h"
 #include "TableCommands.h"
 #include "TraceCommands.h"
+#include "WantCommands.h"
 
 namespace {
 
@@ -24,6 +26,9 @@ struct CommandLine {
   std::vector<std::string> arguments;
   int level = 0;
   bool follow = false;
+  Sft::FlowFilter filter;
+  bool onlyIpv4 = false, onlyIpv6 = false;
+  Sft::FlowArguments flow;
   std::function<void()> run;
 
   std::optional<std::string> optional(const std::string& text) const {
@@ -68,6 +73,46 @@ void addViews(CLI::App& app, CommandLine& line) {
   add("samples", "per interface and direction: rate, pool, samples, drops");
   add("reasons", "named counters: category, source, reason, count");
   add("tasks", "the work between packets: how often each task ran, and how much is left");
+}
+
+void addFlowViews(CLI::App& app, CommandLine& line) {
+  using View = void (*)(const Sft::Context&, const Sft::FlowFilter&);
+  const auto add = [&](const std::string& name, const std::string& what, bool byState, View show) {
+    CLI::App* view = command(app, name, what);
+    CLI::Option* four = view->add_flag("--ipv4", line.onlyIpv4, "IPv4 only");
+    view->add_flag("--ipv6", line.onlyIpv6, "IPv6 only")->excludes(four);
+    if (byState)
+      view->add_option("--state", line.filter.state, "those in it only: in-hardware, overflow, ...");
+    onRun(view, line, [&line, show] {
+      line.filter.ipv4 = !line.onlyIpv6;
+      line.filter.ipv6 = !line.onlyIpv4;
+      show(line.context, line.filter);
+    });
+  };
+  add("flows", "each flow that is wanted in hardware: where it stands, and what was counted", true,
+      Sft::showFlows);
+  add("status", "what became of each wanted offload, and since when", true, Sft::showStatus);
+  add("counters", "what was counted of each flow in hardware", false, Sft::showCounters);
+  add("states", "how many flows are in each state", false, Sft::showStates);
+}
+
+void addFlowCommands(CLI::App& app, CommandLine& line) {
+  CLI::App* flow =
+      command(app, "flow", "wants a flow in hardware, or wants it no more")->require_subcommand(1);
+  const auto add = [&](const std::string& name, const std::string& what, std::function<void()> run) {
+    CLI::App* sub = command(*flow, name, what);
+    sub->add_option("SOURCE", line.flow.source, "10.0.0.1:1234 or [2001:db8::1]:1234")->required();
+    sub->add_option("DESTINATION", line.flow.destination, "the same")->required();
+    sub->add_option("--proto", line.flow.proto, "tcp, udp or a number")->required();
+    sub->add_option("--vlan", line.flow.vlan, "of the packets; an untagged one has its port's")->required();
+    sub->add_option("--direction", line.flow.direction, "ingress or egress")->required();
+    sub->add_option("--interface", line.flow.interface, "that the packets come in by, or leave by")
+        ->required();
+    sub->add_option("--vrf", line.flow.vrf, "the default VRF unless given");
+    onRun(sub, line, std::move(run));
+  };
+  add("want", "publish a wanted offload", [&line] { Sft::wantFlow(line.context, line.flow); });
+  add("unwant", "withdraw a wanted offload", [&line] { Sft::unwantFlow(line.context, line.flow); });
 }
 
 void addStateCommands(CLI::App& app, CommandLine& line) {
@@ -131,6 +176,8 @@ int main(int argc, char** argv) {
   app.add_flag("--json", line.context.json, "one JSON object a line, and nothing else");
   app.require_subcommand(1);
   addTableCommands(app, line);
+  addFlowViews(app, line);
+  addFlowCommands(app, line);
   addViews(app, line);
   addStateCommands(app, line);
   addAttrCommands(app, line);
@@ -146,6 +193,9 @@ int main(int argc, char** argv) {
     FlowTracking::recordTypesRegister();
     line.run();
     return 0;
+  } catch (const Sft::MisuseError& error) {
+    fmt::print(stderr, "sft: {}\n", error.what());
+    return kMisused;
   } catch (const std::runtime_error& error) {
     fmt::print(stderr, "sft: {}\n", error.what());
     return kFailed;

@@ -28,8 +28,17 @@ OWN_CAPTURES = ROOT / "tests/captures"
 REAL_CAPTURES = pathlib.Path(os.environ.get("SFT_REAL_CAPTURES", "/work/shared/captures"))
 
 STATUS = "flowtracking/sampled/hwOffload/status"
+CONFIG = "flowtracking/sampled/hwOffload/config"
+COUNTER = "flowtracking/sampled/hwOffload/counter/hfc"
+STATES = "flowtracking/sampled/hwOffload/counter/status"
 TRACKING = "hardware/flowtracking/config/sampled"
 SAMPLING = "sflow/hwconfigdir/sampledflowtracker"
+COLLECTIONS = {  # of IPv4, of IPv6
+    CONFIG: ("hoIpFlowConfig", "hoIp6FlowConfig"),
+    STATUS: ("hoIpFlowStatus", "hoIp6FlowStatus"),
+    COUNTER: ("hoIpFlowCounter", "hoIp6FlowCounter"),
+    STATES: ("hosStateIpCounter", "hosStateIp6Counter"),
+}
 IN_HARDWARE, OVERFLOW = 2, 3
 INGRESS, EGRESS = 1, 2
 PATIENCE = 120  # seconds; only a test that fails waits that long
@@ -62,6 +71,20 @@ def flow_key(source, destination, sport, dport, vlan=1, proto=17):
 
 def status(key, direction=INGRESS, intf="Ethernet1", state=IN_HARDWARE):
     return {"key": {"ipFlowKey": key, "direction": direction, "intfId": intf}, "state": state}
+
+
+def is_ipv6(key):
+    """Whether a key, of a flow or of an offload, is of IPv6."""
+    return ":" in key.get("ipFlowKey", key)["srcAddr"]
+
+
+def wanted(key, direction=INGRESS, intf="Ethernet1"):
+    return {"key": {"ipFlowKey": key, "direction": direction, "intfId": intf}}
+
+
+def counter(key, packets, octets, intf="Ethernet1", references=1, created=1.0, updated=2.0):
+    return {"key": key, "intfId": intf, "packets": packets, "bytes": octets, "creationTime": created, "lastUpdateTime": updated,
+            "hosEntries": references}
 
 
 class Finished:
@@ -218,12 +241,16 @@ class ScenarioTest(unittest.TestCase):
     # Flows
 
     def put(self, records, path=STATUS):
-        """Puts status records of both families into their collections."""
-        for collection, colon in (("hoIpFlowStatus", False), ("hoIp6FlowStatus", True)):
-            lines = [json.dumps(each) for each in records if (":" in each["key"]["ipFlowKey"]["srcAddr"]) == colon]
+        """Puts records of both families into their collections."""
+        for collection, colon in zip(COLLECTIONS[path], (False, True)):
+            lines = [json.dumps(each) for each in records if is_ipv6(each["key"]) == colon]
             if lines:
                 self.assertEqual(self.sft("table", "put", path, collection, text="\n".join(lines) + "\n"),
                                  [{"put": len(lines)}])
+
+    def want(self, records):
+        """Publishes wanted offloads, as a flow tracker does."""
+        self.put(records, CONFIG)
 
     def local(self):
         """The local counters: FlowKey -> (packets, bytes)."""

@@ -159,7 +159,8 @@ class Commands(ScenarioTest):
     def test_help_is_no_mistake(self):
         done = self.sft_any("--help")
         self.assertEqual((done.code, done.err), (0, ""))
-        for command in ("table", "local", "ports", "samples", "reasons", "state", "attr", "trace"):
+        for command in ("table", "flows", "status", "counters", "states", "flow", "local", "ports", "samples", "reasons", "state",
+                        "attr", "trace"):
             self.assertIn(command, done.out)
 
     def test_no_agent_is_one_clear_line(self):
