@@ -42,6 +42,7 @@ SftPexaFtHOCSM::SftPexaFtHOCSM(const Kiv::Ptr<const FlowTracking::HoFlowConfig>&
       statements6_(hoFlowConfig, helper, outputs6_, *this),
       copy4_(outputs4_, *this),
       copy6_(outputs6_, *this) {
+  notificationActiveStore(true);  // it runs from here on, whoever owns it
   drovaControl_ = drovaControl;
   trace_.skeinHandleIs(drovaControl.traceHandle);
   handleInitialized();
