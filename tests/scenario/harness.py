@@ -2,7 +2,7 @@
 
 The build folder comes from SFT_BUILD_DIR. Real captures are looked for in SFT_REAL_CAPTURES (/work/shared/captures unless
 given); tests that need them are skipped, with a message, where there are none. Nothing here sleeps: an agent is waited for by
-reading what it logs.
+reading what it logs and by asking again.
 """
 import json
 import os
@@ -14,6 +14,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -41,6 +42,7 @@ COLLECTIONS = {  # of IPv4, of IPv6
 }
 IN_HARDWARE, OVERFLOW = 2, 3
 INGRESS, EGRESS = 1, 2
+BUDGET = "MAX_HO_FLOW_ENTRIES"  # in an agent's environment: flows of a family that may be in hardware
 PATIENCE = 120  # seconds; only a test that fails waits that long
 
 
@@ -85,6 +87,12 @@ def wanted(key, direction=INGRESS, intf="Ethernet1"):
 def counter(key, packets, octets, intf="Ethernet1", references=1, created=1.0, updated=2.0):
     return {"key": key, "intfId": intf, "packets": packets, "bytes": octets, "creationTime": created, "lastUpdateTime": updated,
             "hosEntries": references}
+
+
+def offload_of(record):
+    """The (flow, direction, interface) of a wanted offload or a status."""
+    key = record["key"]
+    return flows.from_json(key["ipFlowKey"]), key["direction"], key["intfId"]
 
 
 class Finished:
@@ -203,9 +211,9 @@ class ScenarioTest(unittest.TestCase):
         self.addCleanup(agent.close)
         return agent
 
-    def start_replayed(self, *arguments, replays=1):
+    def start_replayed(self, *arguments, replays=1, environment=None):
         """An agent that has replayed its captures and goes on."""
-        agent = self.start(*arguments)
+        agent = self.start(*arguments, environment=environment)
         agent.wait_ready()
         agent.wait_replayed(replays)
         return agent
@@ -252,9 +260,37 @@ class ScenarioTest(unittest.TestCase):
         """Publishes wanted offloads, as a flow tracker does."""
         self.put(records, CONFIG)
 
+    def unwant(self, records):
+        """Withdraws wanted offloads."""
+        for collection, colon in zip(COLLECTIONS[CONFIG], (False, True)):
+            lines = [json.dumps(each["key"]) for each in records if is_ipv6(each["key"]) == colon]
+            if lines:
+                self.assertEqual(self.sft("table", "del", CONFIG, collection, text="\n".join(lines) + "\n"),
+                                 [{"deleted": len(lines), "absent": 0}])
+
+    def states(self):
+        """What became of each wanted offload: (flow, direction, interface) -> state."""
+        return {offload_of(row): row["state"] for row in self.sft("status")}
+
+    def eventually(self, look, expected):
+        """Looks until it sees what is expected."""
+        deadline = time.monotonic() + PATIENCE
+        found = look()
+        while found != expected and time.monotonic() < deadline:
+            found = look()
+        self.assertEqual(found, expected)
+
     def local(self):
         """The local counters: FlowKey -> (packets, bytes)."""
         return {flows.from_json(row["key"]): (row["packets"], row["bytes"]) for row in self.sft("local")}
+
+    def published(self):
+        """The published counters, as local() gives the agent's own."""
+        return {flows.from_json(row["key"]): (row["packets"], row["bytes"]) for row in self.sft("counters")}
+
+    def state_counts(self):
+        """(family, state) -> flows, as published."""
+        return {(row["family"], row["key"]["state"]): row["count"] for row in self.sft("states")}
 
     def ports(self):
         return {row["name"]: row for row in self.sft("ports")}

@@ -6,7 +6,8 @@ import struct
 import subprocess
 import unittest
 
-from harness import EGRESS, SAMPLING, STATUS, TRACKING, ScenarioTest, flow_key, flows, status, udp_frame
+from harness import (EGRESS, IN_HARDWARE, SAMPLING, STATUS, TRACKING, ScenarioTest, flow_key, flows, offload_of, status,
+                     udp_frame, wanted)
 
 FLOW = ("10.0.0.1", "10.0.0.2", 1000, 2000)
 FRAME = udp_frame(*FLOW)
@@ -100,7 +101,7 @@ class Ending(ScenarioTest):
         self.assertEqual(agent.end(), 0)
 
     def test_a_killed_agent_leaves_what_the_next_one_starts_from(self):
-        self.put([status(flow_key(*FLOW))])
+        self.want([wanted(flow_key(*FLOW))])
         agent = self.start_replayed()
         self.assertEqual(agent.end(signal.SIGKILL), -signal.SIGKILL)
         self.assertTrue((self.run_dir / "control.sock").exists())
@@ -119,6 +120,7 @@ class Ending(ScenarioTest):
 
 class Standby(ScenarioTest):
     def test_forwards_and_builds_nothing_of_the_feature(self):
+        self.want([wanted(flow_key(*FLOW))])
         self.put([status(flow_key(*FLOW))])
         self.write_config([("Ethernet1", "capture", self.write_capture("in.pcap", [FRAME] * 10)),
                            ("Ethernet2", "write", self.dir / "out.pcap")],
@@ -272,11 +274,13 @@ class LiveInterfaces(ScenarioTest):
         return connection
 
     def test_frames_pass_from_one_interface_to_the_other_and_are_counted(self):
-        self.put([status(flow_key(*FLOW)), status(flow_key(*FLOW), EGRESS, "Ethernet2")])
+        offloads = [wanted(flow_key(*FLOW)), wanted(flow_key(*FLOW), EGRESS, "Ethernet2")]
+        self.want(offloads)
         self.write_config([("Ethernet1", "device", "sfta1"), ("Ethernet2", "device", "sftb1")],
                           forward={"Ethernet1": "Ethernet2", "Ethernet2": "Ethernet1"})
         agent = self.start()
         agent.wait_ready()
+        self.eventually(self.states, {offload_of(each): IN_HARDWARE for each in offloads})
         with self.raw_socket("sfta0") as left, self.raw_socket("sftb0") as right:
             for number in range(20):
                 frame = udp_frame(*FLOW, bytes([number]) * 20)

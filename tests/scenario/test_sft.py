@@ -4,7 +4,7 @@ import os
 import subprocess
 import unittest
 
-from harness import (SFT, STATUS, TRACKING, ScenarioTest, flow_key, flows, status, udp_frame)
+from harness import (SFT, STATUS, TRACKING, ScenarioTest, flow_key, flows, status, udp_frame, wanted)
 
 FLOW = ("10.0.0.1", "10.0.0.2", 1000, 2000)
 V6 = {"vrfId": flows.DEFAULT_VRF, "vlan": 4095, "srcAddr": "fd00::1", "dstAddr": "ff02::fb", "ipProto": 6, "srcPort": 0,
@@ -229,7 +229,7 @@ class Views(ScenarioTest):
 class Trace(ScenarioTest):
     def setUp(self):
         super().setUp()
-        self.put([status(flow_key(*FLOW))])
+        self.want([wanted(flow_key(*FLOW))])
         capture = self.write_capture("in.pcap", [udp_frame(*FLOW)] * 3 + [udp_frame("10.9.9.9", "10.0.0.2", 7, 8)])
         self.write_config([("Ethernet1", "capture", capture)],
                           extra='[[trace_filter]]\nname = "nines"\nexpression = "host 10.9.9.9"\n')

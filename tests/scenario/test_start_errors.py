@@ -1,9 +1,10 @@
 """Every way in which a start can go wrong is told in one line, with file and line where there is one, and status 1."""
+import fcntl
 import os
 import subprocess
 import unittest
 
-from harness import AGENT, PLUGIN, SAMPLING, TRACKING, ScenarioTest, udp_frame
+from harness import AGENT, CONFIG, PLUGIN, SAMPLING, STATUS, TRACKING, ScenarioTest, udp_frame
 
 FRAME = udp_frame("10.0.0.1", "10.0.0.2", 1, 2)
 
@@ -213,6 +214,79 @@ class StartErrorTest(ScenarioTest):
         agent.wait_ready()
         self.assertIn("Ethernet1", self.ports())
         self.assertFalse((self.dir / "run").exists())
+
+    # Shared tables
+
+    def table(self, collection="hoIpFlowStatus", path=STATUS):
+        """The file of a table, as an earlier agent left it."""
+        self.write_config([self.port])
+        self.assertEqual(self.start("--until-end").wait(), 0)
+        return self.run_dir / "tables" / path / collection
+
+    def assert_table_refused(self, table, *said):
+        """The start is refused because of this table, with these words, and the table stays as it is."""
+        before = table.read_bytes()
+        agent = self.start()
+        self.assertEqual(agent.wait(), 1)
+        self.assertEqual(len(agent.log), 1, agent.log)
+        for each in (f"pexa-agent: {table}: ", *said):
+            self.assertIn(each, agent.log[0])
+        self.assertEqual(table.read_bytes(), before)
+
+    def test_a_table_that_another_process_writes(self):
+        table = self.table()
+        with open(table, "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)  # as who writes the table holds it
+            self.assert_table_refused(table, "is the table's writer, expected nobody to write it but who mounts it")
+        self.assertEqual(self.start("--until-end").wait(), 0)  # once it has let go
+
+    def test_a_table_that_is_published_may_be_written_by_another_process(self):
+        table = self.table("hoIpFlowConfig", CONFIG)
+        with open(table, "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            self.assertEqual(self.start("--until-end").wait(), 0)
+
+    def test_a_table_that_is_none(self):
+        for collection, path in (("hoIp6FlowStatus", STATUS), ("hoIpFlowConfig", CONFIG)):
+            with self.subTest(collection):
+                table = self.table(collection, path)
+                table.write_text("no table, only text")
+                self.assert_table_refused(table, "no shared table: 19 bytes, shorter than a header")
+                table.unlink()
+
+    def test_a_table_of_other_records(self):
+        table = self.table()
+        other = self.table("hoIpFlowConfig", CONFIG)
+        table.write_bytes(other.read_bytes())
+        self.assert_table_refused(table, "holds records of type ", "expected ")
+
+    def test_a_table_of_a_newer_layout(self):
+        table = self.table()
+        with open(table, "r+b") as file:
+            file.seek(8)
+            file.write(b"\x09")
+        self.assert_table_refused(table, "layout version 9 is newer than the newest known here")
+
+    def test_a_table_that_was_cut_short(self):
+        table = self.table()
+        os.truncate(table, 4096)
+        self.assert_table_refused(table, "truncated: 4096 bytes")
+
+    def test_a_table_whose_header_is_damaged(self):
+        table = self.table()
+        with open(table, "r+b") as file:
+            file.seek(40)
+            file.write(b"\xff" * 8)
+        self.assert_table_refused(table)
+
+    def test_a_folder_in_the_place_of_a_table(self):
+        table = self.table()
+        table.unlink()
+        table.mkdir()
+        agent = self.start()
+        self.assertEqual(agent.wait(), 1)
+        self.assertEqual(len(agent.log), 1, agent.log)
+        self.assertIn(f"pexa-agent: {table}: expected a file", agent.log[0])
 
     def test_what_a_refused_start_opened_is_closed_again(self):
         self.write_config([self.port], state={"no/such/path": {"x": 1}})

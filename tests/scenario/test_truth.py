@@ -1,4 +1,4 @@
-"""Every 5-tuple of a capture in hardware: what the agent counts is what is in the file, packet for packet, byte for byte.
+"""Every 5-tuple of a capture wanted in hardware: what the agent counts is what is in the file, packet for packet, byte for byte.
 
 Own captures are held against scripts/lib/flows.py, real ones against the truth that came with them.
 """
@@ -6,7 +6,8 @@ import collections
 import ipaddress
 import unittest
 
-from harness import (EGRESS, INGRESS, OWN_CAPTURES, REAL_CAPTURES, ScenarioTest, flows, skip_without, status)
+from harness import (BUDGET, EGRESS, IN_HARDWARE, INGRESS, OWN_CAPTURES, REAL_CAPTURES, ScenarioTest, flows, offload_of,
+                     skip_without, wanted)
 
 ETHERNET = "1:EN10MB"
 
@@ -55,13 +56,15 @@ class TruthTest(ScenarioTest):
     def compare(self, capture, truth, direction):
         """Replays the capture with all its flows in hardware and holds the counters against the truth."""
         port = {INGRESS: "Ethernet1", EGRESS: "Ethernet2"}[direction]
-        self.put([status(flows.to_json(key), direction, port) for key in truth.flows])
+        offloads = [wanted(flows.to_json(key), direction, port) for key in truth.flows]
+        self.want(offloads)
         ports = [("Ethernet1", "capture", capture)]
         written = self.dir / "out.pcap"
         if direction == EGRESS:
             ports.append(("Ethernet2", "write", written))
         self.write_config(ports, forward={"Ethernet1": "Ethernet2"} if direction == EGRESS else None)
-        agent = self.start_replayed()
+        agent = self.start_replayed(environment={BUDGET: str(len(offloads))})
+        self.assertEqual(self.states(), {offload_of(each): IN_HARDWARE for each in offloads})
         rows = self.ports()
         self.assertEqual(rows["Ethernet1"]["replay"], "damaged" if truth.damaged else "finished", agent.log)
         self.assertEqual(rows["Ethernet1"]["packetsIn"], truth.packets)
