@@ -158,6 +158,13 @@ class Agent::Impl {
   void mountAll() {
     while (state_->completeMounts()) continue;
     state_->checkConfiguration();
+    if (!state_->failedMounts().empty()) {
+      const auto& [mount, reason] = state_->failedMounts().front();
+      throw std::runtime_error(fmt::format(
+          "state \"{}\": cannot be mounted as {} with flags \"{}\": {}, expected every mount of a "
+          "plugin to be done",
+          mount.path(), mount.typeName(), mount.flags(), reason));
+    }
     for (const auto& plugin : manager_->plugins()) {
       if (plugin->mountsAreComplete()) continue;
       throw std::runtime_error(

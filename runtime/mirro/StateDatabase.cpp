@@ -149,6 +149,8 @@ bool StateDatabase::completeMounts() {
 
   const Kiv::Ptr<EntityManager> self(this);
   for (const Outcome& outcome : outcomes) {
+    const Failures& failures = outcome.status.failures;
+    failedMounts_.insert(failedMounts_.end(), failures.begin(), failures.end());
     outcome.group->mounter()->handleMountStatus(outcome.status);
     outcome.group->mounter()->doMirroMountsComplete(self);
   }
@@ -209,6 +211,7 @@ Kiv::Value::Object StateDatabase::attributes(std::string_view path) const {
 void StateDatabase::clear() {
   groups_.clear();
   configuration_.clear();
+  failedMounts_.clear();
   // Swapped out first: whoever goes with an entity finds the database empty, not half gone.
   decltype(entities_) released;
   released.swap(entities_);

@@ -66,6 +66,9 @@ class StateDatabase : public EntityManager {
   // No mounter has been told then, and the groups wait on.
   bool completeMounts();
 
+  // The mounts of completed groups that could not be done, with the reasons that their mounters were told.
+  const std::vector<MountStatus::Failure>& failedMounts() const { return failedMounts_; }
+
   // Throws ConfigurationError when a configured path never came to be: nobody mounts it. The text lists the
   // paths that are known.
   void checkConfiguration() const;
@@ -96,6 +99,7 @@ class StateDatabase : public EntityManager {
   std::map<Kiv::String, Kiv::Ptr<Kiv::Entity>, std::less<>> entities_;
   std::map<Kiv::String, ConfiguredEntity, std::less<>> configuration_;
   std::vector<Kiv::Ptr<StateMountGroup>> groups_;  // open, or closed and waiting
+  std::vector<MountStatus::Failure> failedMounts_;
 };
 
 }  // namespace Mirro

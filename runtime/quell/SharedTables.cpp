@@ -1,7 +1,6 @@
 #include "quell/SharedTables.h"
 
 #include <fmt/format.h>
-#include <spdlog/spdlog.h>
 
 #include <algorithm>
 
@@ -68,7 +67,7 @@ void SharedTables::mountCollection(const Kiv::Ptr<Container>& container, MapBase
       table->writingIs();  // repairs what a writer that died left
       table->writingDel();
     } catch (const TableBusy& error) {
-      spdlog::warn("{}; mounted for reading until it lets go", error.what());
+      throw TableBusy(fmt::format("{}, expected nobody to write it but who mounts it", error.what()));
     }
   }
   map.tableIs(std::move(table));

@@ -3,8 +3,9 @@
 // The agent calls deliver() when descriptor() is readable, and flush() at the end of each slice of its loop,
 // so that those who watch the tables it writes are woken once a slice.
 //
-// Kinds: a `written` table is created and put in order when it is mounted; this process becomes its writer
-// with its first change, not before, so that an operator's tool may still write it. A `published` one is read
+// Kinds: a `written` table is created and put in order when it is mounted, which fails (TableBusy) while
+// another process writes it; this process becomes its writer with its first change, not before, so that an
+// operator's tool may still write it. A `published` one is read
 // and watched; it is created, empty, when it is absent. Collections without a setting start with room for 64
 // entries.
 //

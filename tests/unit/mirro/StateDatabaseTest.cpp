@@ -85,6 +85,8 @@ TEST_F(StateDatabaseTest, FailsToMountAnAbsentEntityForWriting) {
   EXPECT_EQ(mounter->failures[0].mount, Mount("p", kConfig, "w"));
   EXPECT_THAT(mounter->failures[0].reason, HasSubstr("no entity"));
   EXPECT_THAT(mounter->events, ElementsAre("status", "complete")) << "completion follows failure";
+  ASSERT_EQ(database->failedMounts().size(), 1U);
+  EXPECT_EQ(database->failedMounts()[0].mount, Mount("p", kConfig, "w"));
   EXPECT_FALSE(database->getEntity("p"));
 }
 

@@ -78,11 +78,20 @@ TEST_F(SharedTables, AFileThatCannotBeUsedFailsTheMountAndStaysAsItIs) {
   EXPECT_EQ(byteAt(files_.fileName("blue"), offsetof(Quell::Layout::Identity, version)), 9);
 }
 
-TEST_F(SharedTables, ATableThatAnotherWritesIsMountedForReading) {
+TEST_F(SharedTables, ATableThatAnotherWritesIsNotMountedForWriting) {
   const auto writing = mount(*other_, KivQuellType::written);
   writing->red().insert(thing(1));
+  EXPECT_THROW(mount(*agent_, KivQuellType::written), Quell::TableBusy);
+  EXPECT_FALSE(agent_->getEntity("test/things"));
+  EXPECT_EQ(writing->red().get(keyOf(1)), thing(1));
+  writing->red().table()->writingDel();
+  EXPECT_EQ(mount(*agent_, KivQuellType::written)->red().get(keyOf(1)), thing(1)) << "once it has let go";
+}
+
+TEST_F(SharedTables, ATableThatAnotherBeginsToWriteAfterTheMountIsBusyToThis) {
+  const auto writing = mount(*other_, KivQuellType::written);
   const auto things = mount(*agent_, KivQuellType::written);
-  EXPECT_EQ(things->red().get(keyOf(1)), thing(1));
+  writing->red().insert(thing(1));
   EXPECT_THROW(things->red().insert(thing(2)), Quell::TableBusy);
   EXPECT_NO_THROW(things->blue().insert(thing(2)));
 }
