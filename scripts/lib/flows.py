@@ -190,6 +190,10 @@ def from_json(key):
     return FlowKey(key["vlan"], source, destination, key["ipProto"], key["srcPort"], key["dstPort"])
 
 
+def protocol(key):
+    return {6: "tcp", 17: "udp"}[key.proto]
+
+
 def text(key):
     """A flow key for people: 10.0.0.1:1234 -> 10.0.0.2:80 tcp vlan 10."""
 
@@ -197,8 +201,7 @@ def text(key):
         address = str(ipaddress.ip_address(address))
         return f"[{address}]:{port}" if ":" in address else f"{address}:{port}"
 
-    proto = {6: "tcp", 17: "udp"}[key.proto]
-    return f"{end(key.src, key.sport)} -> {end(key.dst, key.dport)} {proto} vlan {key.vlan}"
+    return f"{end(key.src, key.sport)} -> {end(key.dst, key.dport)} {protocol(key)} vlan {key.vlan}"
 
 
 def largest(traffic):
