@@ -83,6 +83,19 @@ class StateMachineWorld {
     EXPECT_LT(runs, kTooMany) << "the tasks do not come to rest";
     return runs;
   }
+  // Runs until nothing is due, a number of entries each; the names of the tasks in the order of their runs.
+  std::vector<std::string> runNames(unsigned entries = kTooMany) {
+    std::vector<std::string> names;
+    for (unsigned runs = 0; runs < kTooMany; ++runs) {
+      std::vector<std::pair<Kiv::Ptr<Olt::Task>, std::uint64_t>> before;
+      for (Olt::Task* each : scheduler->tasks()) before.emplace_back(each, each->runs());
+      if (!runSlice(entries)) break;
+      for (const auto& [each, count] : before) {
+        if (each->runs() != count) names.push_back(each->name());
+      }
+    }
+    return names;
+  }
   // A second goes by: the next pass over the local counters is due.
   void second() {
     clock.advance(1.0);
@@ -97,13 +110,13 @@ class StateMachineWorld {
   }
   // Whether this is the build in which every yield point yields: a run handles one entry there.
   static bool yieldsAlways() {
-    const auto scheduler = Kiv::makePtr<Olt::TaskScheduler>("probe");
-    const auto task = scheduler->taskIs("probe", 0);
+    const auto probeScheduler = Kiv::makePtr<Olt::TaskScheduler>("probe");
+    const auto probe = probeScheduler->taskIs("probe", 0);
     bool yields = false;
-    const auto reactor = TestSupport::reactorOf(task, [&] { yields = task->taskShouldYield(); });
-    task->scheduleTask();
+    const auto reactor = TestSupport::reactorOf(probe, [&] { yields = probe->taskShouldYield(); });
+    probe->scheduleTask();
     TestSupport::EndlessSlice endless;
-    scheduler->runTask(endless);
+    probeScheduler->runTask(endless);
     return yields;
   }
 
@@ -138,6 +151,9 @@ class FamilyWorld : public StateMachineWorld {
   using Texts = StatementTexts<Domain>;
   static constexpr bool kV4 = FlowTracking::IpFamily<Domain>::kIndex == 0;
   using InputSm = std::conditional_t<kV4, HoIpFlowConfigSm0, HoIp6FlowConfigSm1>;
+  static constexpr const char* kScanTask =
+      kV4 ? "SampledFlowTracker::SftPexaFtHOCSM-HoIpFlowConfigSm0InputScanTask"
+          : "SampledFlowTracker::SftPexaFtHOCSM-HoIp6FlowConfigSm1InputScanTask";
 
   // Flow number n; and the offload wanted of it on an interface.
   static FlowKey flow(std::uint32_t n) {
@@ -164,6 +180,15 @@ class FamilyWorld : public StateMachineWorld {
     for (std::uint32_t n = from; n <= to; ++n) want(key(n));
   }
   void unwant(const Key& key) { configs().erase(key); }
+  // The same, with the change lost on its way; and how a reader is told that changes were.
+  void wantUntold(const Key& key, double requestTime = 0) {
+    Config record;
+    record.key = key;
+    record.requestTime = requestTime;
+    configs().table()->store(&record);
+  }
+  void unwantUntold(const Key& key) { configs().table()->erase(&key); }
+  void tellMissed() { hoFlowConfig->collectionChanged(configs(), nullptr); }
   // What the packet path does.
   void countPacket(const FlowKey& flow, std::uint32_t bytes = 100, std::string_view intfId = "Ethernet1") {
     localCounters->template counterIs<Domain>(flow)->hoCount(Pavo::IntfId(intfId), bytes);
