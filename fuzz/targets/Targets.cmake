@@ -16,3 +16,6 @@ endfunction()
 
 sft_fuzz_target(parsed_packet ParsedPacketTarget.cpp packet runtime)
 sft_fuzz_target(capture_reader CaptureReaderTarget.cpp capture runtime)
+
+include(${CMAKE_SOURCE_DIR}/tests/support/NaiveStateMachine.cmake)
+sft_fuzz_target(state_machine StateMachineTarget.cpp state_machine naive_state_machine)

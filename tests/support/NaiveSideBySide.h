@@ -4,19 +4,19 @@
 #include <optional>
 #include <string>
 
-#include "NaiveSubject.h"
-#include "NaiveTwin.h"
+#include "NaiveComparison.h"
 
 namespace Naive {
 
 class SideBySide {
  public:
   SideBySide();
+  SideBySide(const SideBySide&) = delete;
+  SideBySide& operator=(const SideBySide&) = delete;
 
   // Does an operation on both sides.
   void apply(const Operation& operation);
-  // What differs, a line each; empty when nothing does. Compared are all ten outputs, record by record, the
-  // answers, the flags of the scans and of the outputs, the list of work and whether damage was reported.
+  // As Comparison's; and that a list of work which had to come to an end did not.
   std::string difference();
 
   Subject& subject() { return subject_; }
@@ -32,27 +32,12 @@ class SideBySide {
   void settle();
   void advance(double seconds);
 
-  template <class Domain>
-  void compareTables();
-  template <class Domain>
-  void compareFlows();
-  void compareMachines();
-  template <class Domain>
-  void compareScan();
-  void compareDamage();
-  template <class Real, class Expected>
-  void compare(std::string_view what, const Real& real, const Expected& expected);
-  template <class Map, class NaiveMap, class Key>
-  void compareRecord(std::string_view what, const Map& map, const NaiveMap& naive, const Key& key);
-
   Subject subject_;
   Twin twin_;
+  Comparison comparison_{subject_, twin_};
   double now_ = 0;
   std::uint32_t configs_ = 0;  // written so far: each differs from the one before
   bool settled_ = true;
-  unsigned reports_ = 0;
-  unsigned damageMet_ = 0;
-  std::string difference_;
 };
 
 // The first difference with the history up to there; none when the whole history passes.

@@ -4,7 +4,9 @@ if(TARGET naive_state_machine)
 endif()
 set(support ${CMAKE_CURRENT_LIST_DIR})
 add_library(naive_state_machine STATIC
+  ${support}/NaiveHashSeed.cpp
   ${support}/NaiveHistory.cpp
+  ${support}/NaiveComparison.cpp
   ${support}/NaiveSideBySide.cpp
   ${support}/NaiveStateMachine.cpp
   ${support}/NaiveStatements.cpp

@@ -47,6 +47,11 @@ struct World {
     }
   }
 
+  template <class Domain>
+  const Tables<Domain>& tables() const {
+    return const_cast<World*>(this)->tables<Domain>();
+  }
+
   Tables<V4> v4;
   Tables<V6> v6;
   std::uint32_t budget = 0;  // flows of one family that may be in hardware

@@ -71,7 +71,8 @@ TEST(Twin, AgreesAboutAnyHistoryWithRestarts) {
             {2, Kind::advance},
             {2, Kind::construct},
             {1, Kind::teardown},
-            {3, Kind::leftBehind}});
+            {3, Kind::leftBehind},
+            {1, Kind::notificationsOff}});
 }
 
 TEST(Twin, AgreesAboutAnyHistoryWithDamage) {
