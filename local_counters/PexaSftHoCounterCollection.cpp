@@ -22,8 +22,13 @@ Kiv::Ptr<PexaSftHoCounterCollection> pexaSftHoCounterCollectionFactory(const Kiv
 }
 
 const Kiv::Type& PexaSftHoCounterCollection::kivType() {
+  using Self = PexaSftHoCounterCollection;
   static const Kiv::Type type =
-      Kiv::TypeBuilder<PexaSftHoCounterCollection>("Pexa::Counter::PexaSftHoCounterCollection")
+      Kiv::TypeBuilder<Self>("Pexa::Counter::PexaSftHoCounterCollection")
+          .handler("counterCollectionAfter", &Self::counterAfter<Pavo::Traits::IPv4>, "key")
+          .handler("counterCollectionDrop", &Self::counterDrop<Pavo::Traits::IPv4>, "key")
+          .handler("counterIp6CollectionAfter", &Self::counterAfter<Pavo::Traits::IPv6>, "key")
+          .handler("counterIp6CollectionDrop", &Self::counterDrop<Pavo::Traits::IPv6>, "key")
           .constructor(&pexaSftHoCounterCollectionFactory, "name")
           .build();
   return type;
@@ -44,6 +49,19 @@ template <class Domain>
 void PexaSftHoCounterCollection::counterDelAll() {
   const auto& map = counters<Domain>();
   while (const auto* entry = map.first()) counterDel(entry->key);
+}
+
+template <class Domain>
+Kiv::String PexaSftHoCounterCollection::counterAfter(const Kiv::String& key) const {
+  const auto& map = counters<Domain>();
+  const auto* next =
+      key.empty() ? map.first() : map.after(FlowTracking::FlowKey<Domain>(key.begin(), key.end()));
+  return next == nullptr ? Kiv::String() : next->key.str();
+}
+
+template <class Domain>
+bool PexaSftHoCounterCollection::counterDrop(const Kiv::String& key) {
+  return static_cast<bool>(counterDel(FlowTracking::FlowKey<Domain>(key.begin(), key.end())));
 }
 
 template <class Domain>

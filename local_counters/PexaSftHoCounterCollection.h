@@ -78,6 +78,15 @@ class PexaSftHoCounterCollection : public PktCounterCollectionBase {
   template <class Domain>
   void counterDelAll();
 
+  // The records by their keys' texts, for who knows this entity by its names only (counterCollectionAfter,
+  // counterCollectionDrop and their IPv6 twins). After: the record behind the key's place, be the key in or
+  // not, or the first one after ""; "" at the end. Drop: Del; whether there was one. Both throw
+  // Kiv::ValueError on what is no key's text.
+  template <class Domain>
+  Kiv::String counterAfter(const Kiv::String& key) const;
+  template <class Domain>
+  bool counterDrop(const Kiv::String& key);
+
   // Writes the IPv4 records, and only those: the display has no room for IPv6.
   void acrResponse(cliprint::PrinterV2* printer) const override { Pexa::Counter::acrResponse(this, printer); }
   // Every record of both families, IPv4 first, each {"key","packets","bytes","intfId","updateTime"}.

@@ -49,6 +49,10 @@ const Kiv::Type& SftPexaDrovaHelper::kivType() {
           .handler("outOfResources", &Self::outOfResources)
           .handler("outOfIpv6Resources", &Self::outOfIpv6Resources)
           .handler("handleInitialized", &Self::handleInitialized)
+          .handler("overflowEntriesHas", &Self::waits<Pavo::Traits::IPv4>, "key")
+          .handler("overflowEntriesAfter", &Self::waitingAfter<Pavo::Traits::IPv4>, "key")
+          .handler("overflow6EntriesHas", &Self::waits<Pavo::Traits::IPv6>, "key")
+          .handler("overflow6EntriesAfter", &Self::waitingAfter<Pavo::Traits::IPv6>, "key")
           .constructor(&Self::SftPexaDrovaHelperIs, "hosStateCounter")
           .build();
   return type;
@@ -72,6 +76,19 @@ bool SftPexaDrovaHelper::outOf() const {
     if (const auto entry = FlowTracking::lookUp(counters->map<Domain>(), key)) inHardware = entry->count;
   }
   return inHardware >= maxInHardwareFlows_;
+}
+
+template <class Domain>
+bool SftPexaDrovaHelper::waits(const Kiv::String& key) const {
+  return overflow<Domain>().has(FlowTracking::HoFlowKey<Domain>(key.begin(), key.end()));
+}
+
+template <class Domain>
+Kiv::String SftPexaDrovaHelper::waitingAfter(const Kiv::String& key) const {
+  const OverflowSet<Domain>& set = overflow<Domain>();
+  const auto* next =
+      key.empty() ? set.first() : set.after(FlowTracking::HoFlowKey<Domain>(key.begin(), key.end()));
+  return next == nullptr ? Kiv::String() : next->key.str();
 }
 
 template bool SftPexaDrovaHelper::outOf<Pavo::Traits::IPv4>() const;

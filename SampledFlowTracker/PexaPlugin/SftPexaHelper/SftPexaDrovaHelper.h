@@ -59,6 +59,15 @@ class SftPexaDrovaHelper : public Kiv::PtrInterface {
   void overflowEntriesDelAll() { set4_.clear(); }
   void overflow6EntriesDelAll() { set6_.clear(); }
 
+  // The waiting flows by their keys' texts, for who knows this entity by its names only (overflowEntriesHas,
+  // overflowEntriesAfter and their IPv6 twins). Has: whether a flow waits. After: the flow behind the key's
+  // place, be the key in or not, or the first one after ""; "" at the end. Both throw Kiv::ValueError on what
+  // is no key's text.
+  template <class Domain>
+  bool waits(const Kiv::String& key) const;
+  template <class Domain>
+  Kiv::String waitingAfter(const Kiv::String& key) const;
+
   // The same for code that is written once for both families.
   template <class Domain>
   bool outOf() const;
