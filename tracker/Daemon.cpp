@@ -1,0 +1,159 @@
+#include "Daemon.h"
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <asio.hpp>
+#include <chrono>
+#include <csignal>
+#include <optional>
+
+#include "DatagramSocket.h"
+#include "FlowTracker.h"
+#include "HostPort.h"
+#include "agent/ControlSocket.h"
+#include "json/JsonText.h"
+
+namespace Tracker {
+namespace {
+
+using Kiv::Value;
+using Pexa::ControlSocket;
+
+constexpr std::string_view kSocketName = "flow-tracker.sock";
+constexpr std::chrono::seconds kTick(1);
+
+// Records go nowhere.
+class NoExport : public RecordSink {
+ public:
+  void record(const FlowRecord<Pavo::Traits::IPv4>&) override {}
+  void record(const FlowRecord<Pavo::Traits::IPv6>&) override {}
+};
+
+asio::ip::udp::endpoint listenEndpoint(const TrackerConfig& config) {
+  try {
+    return endpointOf(config.listen, 0);
+  } catch (const Kiv::ValueError& error) {
+    throw Pexa::ConfigError(config.listenPlace, fmt::format("listen {}", error.what()));
+  }
+}
+
+DatagramSocket boundSocket(asio::io_context& io, const TrackerConfig& config) {
+  const auto endpoint = listenEndpoint(config);
+  try {
+    return {io, endpoint};
+  } catch (const std::system_error& error) {
+    throw Pexa::ConfigError(
+        config.listenPlace,
+        fmt::format("listen \"{}\": {}, expected an address of this machine and a port that "
+                    "nobody listens on",
+                    config.listen, error.code().message()));
+  }
+}
+
+const std::string& madeRunDir(const std::filesystem::path& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (!error) return path.native();
+  throw std::runtime_error(
+      fmt::format("run directory {}: {}, expected a directory that this process may write", path.native(),
+                  error.message()));
+}
+
+}  // namespace
+
+class Daemon::Impl {
+ public:
+  explicit Impl(const TrackerConfig& config)
+      : socket_(boundSocket(io_, config)),
+        tables_(madeRunDir(config.runDir)),
+        tracker_(config.limits, config.interfaces, tables_, noExport_),
+        control_(io_, config.runDir / kSocketName, [this](const Value& request) { return answer(request); }) {
+    const auto adopted =
+        tracker_.table<Pavo::Traits::IPv4>().size() + tracker_.table<Pavo::Traits::IPv6>().size();
+    if (adopted != 0) spdlog::info("{} wanted offloads taken over", adopted);
+  }
+
+  void run() {
+    socket_.start([this](std::span<const std::uint8_t> bytes) { tracker_.datagram(bytes); },
+                  [this] { tracker_.flush(); });
+    waitForTick();
+    waitForSignal();
+    waitForTables();
+    spdlog::info("ready: listening on {}", textOf(socket_.endpoint()));
+    io_.run();
+    socket_.finish();
+    tracker_.finish();
+    tracker_.flush();
+  }
+
+ private:
+  void waitForTick() {
+    timer_.expires_after(kTick);
+    timer_.async_wait([this](const asio::error_code& error) {
+      if (error) return;
+      tracker_.tick();
+      waitForTick();
+    });
+  }
+
+  void waitForSignal() {
+    signals_.async_wait([this](const asio::error_code& error, int signal) {
+      if (error) return;
+      if (signal != SIGUSR1) {
+        spdlog::info("signal {}: ending", signal);
+        io_.stop();
+        return;
+      }
+      spdlog::info("statistics: {}", Json::text(statistics()));
+      waitForSignal();
+    });
+  }
+
+  // The tables are looked at once a tick; only their notices are taken away here.
+  void waitForTables() {
+    notices_.async_wait(asio::posix::stream_descriptor::wait_read, [this](const asio::error_code& error) {
+      if (error) return;
+      tables_.deliver();
+      waitForTables();
+    });
+  }
+
+  Value::Object statistics() const {
+    Value::Object all = tracker_.statistics();
+    all.emplace_back("datagramsDropped", socket_.dropped());
+    return all;
+  }
+
+  ControlSocket::Rows answer(const Value& request) const {
+    const Value* name = request.member("request");
+    const Kiv::String text = name != nullptr ? name->text() : Kiv::String();
+    if (text == "statistics") return Pexa::oneRow(statistics());
+    if (text == "flows") {
+      Value::List rows;
+      tracker_.flows([&](Value::Object row) { rows.emplace_back(std::move(row)); });
+      return Pexa::rowsOf(std::move(rows));
+    }
+    throw Kiv::ValueError(fmt::format("no request \"{}\", expected one of: statistics, flows", text));
+  }
+
+  asio::io_context io_;
+  DatagramSocket socket_;
+  OffloadTables tables_;
+  NoExport noExport_;
+  FlowTracker tracker_;
+  ControlSocket control_;
+  asio::steady_timer timer_{io_};
+  asio::signal_set signals_{io_, SIGTERM, SIGINT, SIGUSR1};
+  asio::posix::stream_descriptor notices_{io_, ::dup(tables_.descriptor())};
+};
+
+Daemon::Daemon(const TrackerConfig& config) : impl_(std::make_unique<Impl>(config)) {}
+
+Daemon::~Daemon() = default;
+
+void Daemon::run() {
+  impl_->run();
+}
+
+}  // namespace Tracker
