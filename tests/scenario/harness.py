@@ -25,6 +25,7 @@ BUILD = pathlib.Path(os.environ.get("SFT_BUILD_DIR", ROOT / "build/dev"))
 AGENT = BUILD / "bin/pexa-agent"
 SFT = BUILD / "bin/sft"
 PLUGIN = BUILD / "lib/libPexaSampledFlowTracker.so"
+AUDIT = BUILD / "lib/libPexaSftAudit.so"
 OWN_CAPTURES = ROOT / "tests/captures"
 REAL_CAPTURES = pathlib.Path(os.environ.get("SFT_REAL_CAPTURES", "/work/shared/captures"))
 

@@ -14,8 +14,8 @@ import subprocess
 import time
 import unittest
 
-from harness import (BUDGET, COLLECTIONS, CONFIG, IN_HARDWARE, OVERFLOW, SFT, ScenarioTest, flow_key, flows, offload_of,
-                     udp_frame, wanted)
+from harness import (AUDIT, BUDGET, COLLECTIONS, CONFIG, IN_HARDWARE, OVERFLOW, PLUGIN, SFT, ScenarioTest, flow_key, flows,
+                     offload_of, udp_frame, wanted)
 
 KILLS = int(os.environ.get("SFT_RESTART_KILLS", "20"))
 SEED = int(os.environ.get("SFT_RESTART_SEED", "1"))
@@ -135,8 +135,7 @@ class RestartTest(ScenarioTest):
         if count.keys() - {IN_HARDWARE, OVERFLOW}:
             yield f"states {count}"
         counts = {row["key"]["state"]: row["count"] for row in states}
-        # A start may send one flow more into overflow than it must: the first one to be looked at finds no room left.
-        if count[OVERFLOW] and counts.get(IN_HARDWARE, 0) < ROOM - 1:
+        if self.room_is_left(count, counts):
             yield f"{count[OVERFLOW]} wait although the table of states counts {counts} in a room of {ROOM}"
         if count[IN_HARDWARE] > ROOM + self.kills:
             yield f"{count[IN_HARDWARE]} in hardware, in a room of {ROOM}, after {self.kills} kills"
@@ -150,6 +149,11 @@ class RestartTest(ScenarioTest):
         if odd:
             yield f"{len(odd)} counters that nobody wrote, such as {odd[0]}"
 
+    def room_is_left(self, count, counts):
+        """Whether flows wait that need not."""
+        # A start may send one flow more into overflow than it must: the first one to be looked at finds no room left.
+        return count[OVERFLOW] > 0 and counts.get(IN_HARDWARE, 0) < ROOM - 1
+
     def possible_counts(self, _family):
         return {(0, 0)}
 
@@ -157,39 +161,89 @@ class RestartTest(ScenarioTest):
 class WithoutTraffic(RestartTest):
     def setUp(self):
         super().setUp()
-        self.write_config([("Ethernet1", "capture", self.write_capture("none.pcap", []))])
+        self.write_config([("Ethernet1", "capture", self.write_capture("none.pcap", []))], **self.configuration())
 
-    def round(self, starts, live):
-        """Kills, of which so many parts are within the start and so many behind a change."""
+    def configuration(self):
+        return {}
+
+    def kill_over_and_over(self, starts, live, downtime):
+        """Kills, of which so many parts are within the start and so many behind a change; so much changes in between."""
         while self.kills < KILLS:
-            # What is withdrawn while no agent runs is never taken from the count of its state: few, or no room is left.
-            self.change(self.random.choice((1, 2, 5)))
+            self.change(self.random.choice(downtime))
             if self.random.randrange(starts + live) < starts:
                 self.start_and_kill()
                 continue
             agent = self.start_settled()
             self.compare()
             self.change_and_kill(agent, self.random.choice((1, 20, 200)))
-        self.end_in_order()
-
-    def end_in_order(self):
         agent = self.start_settled()
         self.compare()
         self.assertEqual(agent.end(), 0)
         self.compare()
 
 
-def rounds(tests):
-    """Ten rounds, some with more kills in the start, some with more behind changes."""
-    for number in range(10):
-        starts, live = ((1, 1), (3, 1), (1, 3))[number % 3]
-        setattr(tests, f"test_round_{number}", lambda self, starts=starts, live=live: self.round(starts, live))
-    return tests
+def rounds(count, downtime):
+    """Adds rounds, some with more kills in the start, some with more behind changes."""
+
+    def add(tests):
+        for number in range(count):
+            starts, live = ((1, 1), (3, 1), (1, 3))[number % 3]
+            setattr(tests, f"test_round_{number}",
+                    lambda self, starts=starts, live=live: self.kill_over_and_over(starts, live, downtime))
+        return tests
+
+    return add
 
 
-@rounds
+# What is withdrawn while no agent runs is never taken from the count of its state: few, or no room is left.
+@rounds(4, downtime=(1, 2, 5))
 class Kills(WithoutTraffic):
     pass
+
+
+@rounds(6, downtime=(1, 20, 200))
+class AuditedKills(WithoutTraffic):
+    """With an audit behind each start, which repairs what drifted: all counts are exact."""
+
+    def configuration(self):
+        return {"plugins": (PLUGIN, AUDIT), "extra": '[state."flowtracking/audit/sampled"]\nafterRestart = "repair"\n'}
+
+    def start_settled(self):
+        agent = super().start_settled()
+        agent.wait_for("audit after the restart (repair)")
+        return agent
+
+    def compare_family(self, family, missing, status, states, counters):
+        yield from super().compare_family(family, missing, status, states, counters)
+        count = collections.Counter(row["state"] for row in status)
+        counts = {row["key"]["state"]: row["count"] for row in states if row["count"]}
+        if counts != count:
+            yield f"the table of states counts {counts}, the statuses are {dict(count)}"
+        references = [row["hosEntries"] for row in counters if row["hosEntries"] != 1]
+        if references:
+            yield f"references {references} where one offload wants the flow"
+
+    def room_is_left(self, count, counts):
+        return False  # what drifted had taken room from those who wait: theirs with the next withdrawal, see below
+
+    def test_the_next_withdrawal_fills_the_room_that_the_audit_found(self):
+        agent = self.start_settled()
+        agent.end(signal.SIGKILL)
+        for family in FAMILIES:
+            self.withdraw(family, 100)  # and so make room that nobody is told of
+        agent = self.start_settled()
+        for family in FAMILIES:
+            self.withdraw(family, 1)
+        expected = [min(ROOM, len(self.wanted[family])) for family in FAMILIES]
+        self.eventually(lambda: [sum(row["state"] == IN_HARDWARE for row in self.sft("status", f"--{family.lower()}"))
+                                 for family in FAMILIES], expected)
+        self.compare()
+        self.assertEqual(agent.end(), 0)
+
+    def withdraw(self, family, most):
+        gone = set(self.random.sample(sorted(self.wanted[family]), min(most, len(self.wanted[family]))))
+        self.wanted[family] -= gone
+        self.unwant([offload(family, each) for each in sorted(gone)])
 
 
 class Poll(RestartTest):
