@@ -81,6 +81,7 @@ class Bench:
         self.agent_program = build / "bin/pexa-agent"
         self.sft_program = build / "bin/sft"
         self.plugin = build / "lib/libPexaSampledFlowTracker.so"
+        self.audit = build / "lib/libPexaSftAudit.so"
         self.directory = directory
         self.config = directory / "agent.toml"
         self.log = directory / "agent.log"
@@ -131,7 +132,7 @@ class Bench:
         quote = json.dumps  # a JSON string is a TOML string
         self.config.write_text(
             f"""run_dir = {quote(str(self.directory))}
-plugins = [{quote(str(self.plugin))}]
+plugins = [{quote(str(self.plugin))}, {quote(str(self.audit))}]
 
 [[port]]
 name = "{IN_PORT}"
@@ -154,6 +155,8 @@ sampleRate = {rate}
 [state."sflow/hwconfigdir/sampledflowtracker"]
 ingressInterfaces = ["{IN_PORT}"]
 egressInterfaces = ["{OUT_PORT}"]
+[state."flowtracking/audit/sampled"]
+afterRestart = "repair"
 """
         )
 

@@ -18,7 +18,7 @@ import threading
 
 import flows
 from bench import BUDGET, IN_HARDWARE, IN_PORT, OUT_PORT, OVERFLOW, Bench, Collector, Failure
-from page import Checks, Outcome, Page, show_largest, show_packets, show_reasons, show_samples
+from page import Checks, Outcome, Page, show_commands, show_largest, show_packets, show_reasons, show_samples
 
 PATIENCE = 30  # seconds for what takes one at most
 
@@ -73,16 +73,18 @@ class Job:
         self.page.command(self.bench, "status", most=4)
         states = self.bench.states()
         self.checks.equal(f"each wanted flow has a status, and no other: {len(states)}", states.keys(), self.wanted)
-        published = {(row["family"], row["key"]["state"]): row["count"] for row in self.bench.sft("states")}
         for name, count in sorted(collections.Counter(map(family, self.wanted)).items()):
             found = collections.Counter(state for key, state in states.items() if family(key) == name)
             admitted = min(count, self.budget)
             self.checks.equal(f"{name}: {admitted} are in hardware, {count - admitted} in overflow",
                               (found[IN_HARDWARE], found[OVERFLOW]), (admitted, count - admitted))
-            self.checks.equal(f"{name}: the published numbers of flows by state are the same",
-                              {state: published.get((name, state), 0) for state in (IN_HARDWARE, OVERFLOW)},
-                              {state: found[state] for state in (IN_HARDWARE, OVERFLOW)})
+        self._check_states(states)
         return outcome
+
+    def _check_states(self, states):
+        published = {(row["family"], row["key"]["state"]): row["count"] for row in self.bench.sft("states") if row["count"]}
+        self.checks.equal("the published numbers of flows by state are those of the statuses", published,
+                          dict(collections.Counter((family(key), state) for key, state in states.items())))
 
     def counted(self, outcome):
         self.page.head("3. What became of the packets")
@@ -169,9 +171,13 @@ class Job:
         self.checks.equal(f"the tables outlive the agent: {len(stale)} flows still stand as in hardware", stale, set(gone))
 
         outcome = self._start()
+        audited, _ = self.bench.until(lambda: self.bench.sft("attr", "get", "SftAudit", "lastResult")[0]["lastResult"], PATIENCE,
+                                      "the agent's tables were not audited")
+        self.page.note(audited)
         self.page.command(self.bench, "states")
         states = self.bench.states()
         admitted = self._in(IN_HARDWARE, states)
+        self._check_states(states)
         self.checks.equal(f"each wanted flow has a status, and no other: {len(states)}", states.keys(), self.wanted)
         self.checks.equal("no status is stale", self.bench.sft("flows", "--state", "unwanted"), [])
         self.checks.equal("each flow is in hardware or in overflow", set(states.values()) - {IN_HARDWARE, OVERFLOW}, set())
@@ -195,29 +201,6 @@ class Job:
                           self.collector.samples, sent)
         if self.traffic.damage:
             print(f"  {self.arguments.capture}: {self.traffic.damage}")
-
-
-def show_commands(page, bench, root, keep):
-    page.head("Try next")
-    if keep:
-        print(f"  export PEXA_RUN_DIR={bench.directory}")
-    else:
-        print(f"  {'scripts/run --keep':<66} {page.paint('2', '# the agent stays up; export the PEXA_RUN_DIR that it prints, then')}")
-    sft = os.path.relpath(bench.sft_program, root)
-    for command, purpose in (
-        ("flows", "each wanted flow: where it stands, what was counted"),
-        ("flow want --help", "and one more"),
-        ("states", "how many flows are in hardware, and how many wait"),
-        ("tasks", "the work between packets"),
-        ("reasons", "why packets were treated as they were"),
-        ("state get hardware/flowtracking/config/sampled", "the configuration in force"),
-        ("trace", "what the agent did: its trace ring"),
-        ("table list", "the shared tables: type, entries, writer"),
-    ):
-        print(f"  {sft + ' ' + command:<66} {page.paint('2', '# ' + purpose)}")
-    if not keep:
-        print(f"  {'scripts/run path/to/capture.pcapng':<66} {page.paint('2', '# a capture of your own (Ethernet)')}")
-    print("  " + page.paint("2", "docs/operating.md says more."))
 
 
 def await_interrupt():

@@ -104,3 +104,26 @@ def show_samples(page, outcome):
 def show_reasons(outcome):
     for row in sorted(outcome.reasons, key=lambda row: (row["category"], -row["count"], row["reason"])):
         print(f"  {row['category']:<8}{row['source']:<6}{row['reason'].strip():<36}{row['count']:>10,}")
+
+
+def show_commands(page, bench, root, keep):
+    page.head("Try next")
+    if keep:
+        print(f"  export PEXA_RUN_DIR={bench.directory}")
+    else:
+        print(f"  {'scripts/run --keep':<66} {page.paint('2', '# the agent stays up; export the PEXA_RUN_DIR that it prints, then')}")
+    sft = os.path.relpath(bench.sft_program, root)
+    for command, purpose in (
+        ("flows", "each wanted flow: where it stands, what was counted"),
+        ("flow want --help", "and one more"),
+        ("states", "how many flows are in hardware, and how many wait"),
+        ("tasks", "the work between packets"),
+        ("reasons", "why packets were treated as they were"),
+        ("state get hardware/flowtracking/config/sampled", "the configuration in force"),
+        ("trace", "what the agent did: its trace ring"),
+        ("table list", "the shared tables: type, entries, writer"),
+    ):
+        print(f"  {sft + ' ' + command:<66} {page.paint('2', '# ' + purpose)}")
+    if not keep:
+        print(f"  {'scripts/run path/to/capture.pcapng':<66} {page.paint('2', '# a capture of your own (Ethernet)')}")
+    print("  " + page.paint("2", "docs/operating.md says more."))
