@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "AgentCommands.h"
+#include "AuditCommands.h"
 #include "FlowViews.h"
 #include "RecordTypes.h"
 #include "TableCommands.h"
@@ -26,6 +27,8 @@ struct CommandLine {
   std::vector<std::string> arguments;
   int level = 0;
   bool follow = false;
+  bool repair = false;
+  int status = 0;  // of the program, when the command could be done
   Sft::FlowFilter filter;
   bool onlyIpv4 = false, onlyIpv6 = false;
   Sft::FlowArguments flow;
@@ -165,6 +168,12 @@ void addTraceCommands(CLI::App& app, CommandLine& line) {
   });
 }
 
+void addAuditCommand(CLI::App& app, CommandLine& line) {
+  CLI::App* audit = command(app, "audit", "compares counts, counters and overflow entries with the statuses");
+  audit->add_flag("--repair", line.repair, "put counts right, and drop counters that no status needs");
+  onRun(audit, line, [&line] { line.status = Sft::audit(line.context, line.repair); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -182,6 +191,7 @@ int main(int argc, char** argv) {
   addStateCommands(app, line);
   addAttrCommands(app, line);
   addTraceCommands(app, line);
+  addAuditCommand(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -192,7 +202,7 @@ int main(int argc, char** argv) {
   try {
     FlowTracking::recordTypesRegister();
     line.run();
-    return 0;
+    return line.status;
   } catch (const Sft::MisuseError& error) {
     fmt::print(stderr, "sft: {}\n", error.what());
     return kMisused;

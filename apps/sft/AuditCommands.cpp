@@ -1,0 +1,104 @@
+#include "AuditCommands.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <thread>
+
+#include "AgentClient.h"
+
+namespace Sft {
+namespace {
+
+using Kiv::Value;
+
+constexpr std::string_view kEntity = "SftAudit";
+constexpr unsigned kMostFindings = 100;          // of an answer
+constexpr std::chrono::milliseconds kPause(50);  // while the audit has nothing new to tell
+
+std::uint64_t number(const Value& answer, std::string_view name) {
+  return Kiv::ValueTraits<std::uint64_t>::fromValue(*answer.member(name));
+}
+
+class RunningAudit {
+ public:
+  RunningAudit(const Context& context, bool repair)
+      : context_(context), client_(context.runDir), output_(context.json) {
+    requireEntity();
+    run_ = Kiv::ValueTraits<std::uint64_t>::fromValue(call("start", {{"repair", repair}}));
+  }
+
+  int show() {
+    for (;;) {
+      const Value answer = call("findings", {{"run", run_}, {"most", kMostFindings}});
+      const auto& findings = *answer.member("findings")->as<Value::List>();
+      for (const Value& each : findings) row(each);
+      if (!findings.empty()) continue;
+      if (*answer.member("running") == Value(false)) return finish(answer);
+      std::this_thread::sleep_for(kPause);
+    }
+  }
+
+ private:
+  // Told apart from what the audit itself refuses: the agent knows no such entity.
+  void requireEntity() {
+    try {
+      client_.ask(Value::Object{{"request", "attr get"}, {"entity", kEntity}, {"name", "running"}},
+                  [](const Value&) {});
+    } catch (const CommandError&) {
+      throw CommandError("the agent has no audit, expected libPexaSftAudit.so among its plugins");
+    }
+  }
+  Value call(std::string_view handler, Value::Object arguments) {
+    Value result;
+    client_.ask(Value::Object{{"request", "attr call"},
+                              {"entity", kEntity},
+                              {"name", handler},
+                              {"arguments", std::move(arguments)}},
+                [&](const Value& row) { result = *row.member("result"); });
+    return result;
+  }
+  void row(const Value& finding) {
+    if (context_.json) return output_.row(finding);
+    Value::Object shown = *finding.as<Value::Object>();
+    for (auto& [name, value] : shown) {
+      if (const bool* flag = value.as<bool>()) value = *flag ? "yes" : "no";
+    }
+    output_.row(shown);
+  }
+  int finish(const Value& answer) {
+    const std::uint64_t differences = number(answer, "differences");
+    const std::uint64_t repaired = number(answer, "repaired");
+    const std::uint64_t statuses = number(answer, "statuses");
+    if (const auto* reason = answer.member("stopped")->as<Kiv::String>()) {
+      output_.finish();
+      throw CommandError(fmt::format("the audit did not come to its end: {}", *reason));
+    }
+    if (context_.json) {
+      output_.row(Value::Object{
+          {"summary",
+           Value::Object{{"statuses", statuses}, {"differences", differences}, {"repaired", repaired}}}});
+    }
+    output_.finish();
+    if (!context_.json) {
+      print(fmt::format("{} {}, {} repaired; {} {}\n", differences,
+                        differences == 1 ? "difference" : "differences", repaired, statuses,
+                        statuses == 1 ? "status" : "statuses"));
+      Output(false).finish();
+    }
+    return differences == repaired ? 0 : 1;
+  }
+
+  const Context& context_;
+  AgentClient client_;
+  Output output_;
+  std::uint64_t run_ = 0;
+};
+
+}  // namespace
+
+int audit(const Context& context, bool repair) {
+  return RunningAudit(context, repair).show();
+}
+
+}  // namespace Sft

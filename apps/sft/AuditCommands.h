@@ -1,0 +1,13 @@
+// `sft audit`: has the running agent compare what it keeps beside its statuses with the statuses.
+#pragma once
+
+#include "Command.h"
+
+namespace Sft {
+
+// Starts an audit, which repairs what it can when asked to, and shows each finding and a summary. Gives the
+// program's status: 0 when there is no difference, or each has been repaired; 1 when some are left. Throws
+// CommandError when the agent has no audit, refuses one, or could not bring it to its end.
+int audit(const Context& context, bool repair);
+
+}  // namespace Sft
