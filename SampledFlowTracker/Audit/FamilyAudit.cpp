@@ -66,7 +66,7 @@ AuditProgress FamilyAudit<Domain>::slice(const Olt::Task& task) {
       endWalk();
       continue;
     }
-    ++examined_;
+    if (walk_ != Walk::drop) ++examined_;
     if (task.taskShouldYield()) return AuditProgress::yields;
   }
   return AuditProgress::ended;
@@ -85,6 +85,8 @@ bool FamilyAudit<Domain>::next() {
       return nextLocalCounter();
     case Walk::secondLook:
       return nextSuspect();
+    case Walk::drop:
+      return view_.dropPart();
     case Walk::ended:
       break;
   }
@@ -95,6 +97,10 @@ template <class Domain>
 void FamilyAudit<Domain>::endWalk() {
   if (walk_ == Walk::statuses) compareStateCounts();  // the view is complete (F2)
   textPlace_.clear();
+  if (walk_ == Walk::secondLook) {  // nobody asks the view any more
+    watcher_->forget();
+    statuses_ = view_.size();
+  }
   walk_ = static_cast<Walk>(static_cast<int>(walk_) + 1);
 }
 

@@ -7,6 +7,7 @@
 //   counter records      each -> the number of its flow's statuses
 //   local counters       each -> any status of its flow
 //   second look          overflow entries that were not wanted -> still so
+//   drop                 nothing: the view goes, part by part
 //
 // The state machine goes on between the slices. What holds in spite of that:
 //
@@ -46,8 +47,8 @@ class FamilyAudit {
 
   // One slice of the task.
   AuditProgress slice(const Olt::Task& task);
-  std::uint64_t examined() const { return examined_; }  // entries of all walks up to now
-  std::size_t statuses() const { return view_.size(); }
+  std::uint64_t examined() const { return examined_; }  // entries, up to now
+  std::uint64_t statuses() const { return statuses_; }  // once all walks have ended
 
  private:
   using Family = FlowTracking::IpFamily<Domain>;
@@ -59,7 +60,7 @@ class FamilyAudit {
   using State = FlowTracking::HoFlowState;
   class KivHoFlowStatus;
 
-  enum class Walk { statuses, overflow, counters, localCounters, secondLook, ended };
+  enum class Walk { statuses, overflow, counters, localCounters, secondLook, drop, ended };
   // Each examines one entry behind the resume place; false: there is none.
   bool nextStatus();
   bool nextOverflowEntry();
@@ -99,6 +100,7 @@ class FamilyAudit {
   std::vector<Key> suspects_;  // overflow entries to look at a second time (F4)
   bool paused_ = false;
   std::uint64_t examined_ = 0;
+  std::uint64_t statuses_ = 0;
 };
 
 extern template class FamilyAudit<Pavo::Traits::IPv4>;

@@ -20,6 +20,15 @@ class ShardedMap {
   // The value under a key, a default one when there was none; valid until the map changes.
   Mapped& at(const Key& key) { return *shards_[shardOf(key)].findOrInsert(key).first; }
   void erase(const Key& key) { shards_[shardOf(key)].erase(key); }
+  // Drops the last part of the map that holds anything, with its memory. False when there is none.
+  bool shardDel() {
+    for (; last_ > 0; --last_) {
+      if (shards_[last_ - 1].empty()) continue;
+      shards_[last_ - 1] = {};
+      return true;
+    }
+    return false;
+  }
   std::size_t size() const {
     std::size_t total = 0;
     for (const auto& shard : shards_) total += shard.size();
@@ -35,6 +44,7 @@ class ShardedMap {
   static std::size_t shardOf(const Key& key) { return Hash{}(key) % kShards; }
 
   std::array<Kiv::Map<Key, Mapped, Hash>, kShards> shards_;
+  std::size_t last_ = kShards;  // those from here on have been dropped
 };
 
 }  // namespace SampledFlowTracker

@@ -52,6 +52,10 @@ class StatusView {
   }
   std::size_t size() const { return states_.size(); }
 
+  // Drops the next part of the view, which says nothing any more from the first part on; false when there is
+  // none left.
+  bool dropPart() { return states_.shardDel() || references_.shardDel(); }
+
  private:
   static std::size_t indexOf(State state) { return static_cast<std::size_t>(state); }
   void unrefer(const FlowKey& flow) {
