@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "DatagramSocket.h"
+#include "FlowExporter.h"
 #include "FlowTracker.h"
 #include "HostPort.h"
 #include "agent/ControlSocket.h"
@@ -22,13 +23,6 @@ using Pexa::ControlSocket;
 
 constexpr std::string_view kSocketName = "flow-tracker.sock";
 constexpr std::chrono::seconds kTick(1);
-
-// Records go nowhere.
-class NoExport : public RecordSink {
- public:
-  void record(const FlowRecord<Pavo::Traits::IPv4>&) override {}
-  void record(const FlowRecord<Pavo::Traits::IPv6>&) override {}
-};
 
 asio::ip::udp::endpoint listenEndpoint(const TrackerConfig& config) {
   try {
@@ -51,6 +45,18 @@ DatagramSocket boundSocket(asio::io_context& io, const TrackerConfig& config) {
   }
 }
 
+std::vector<Collector> collectorsOf(asio::io_context& io, const TrackerConfig& config) {
+  std::vector<Collector> collectors;
+  for (const CollectorConfig& each : config.collectors) {
+    try {
+      collectors.emplace_back(io, each.address, endpointOf(each.address));
+    } catch (const Kiv::ValueError& error) {
+      throw Pexa::ConfigError(each.place, fmt::format("collector {}", error.what()));
+    }
+  }
+  return collectors;
+}
+
 const std::string& madeRunDir(const std::filesystem::path& path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
@@ -65,9 +71,10 @@ const std::string& madeRunDir(const std::filesystem::path& path) {
 class Daemon::Impl {
  public:
   explicit Impl(const TrackerConfig& config)
-      : socket_(boundSocket(io_, config)),
+      : exporter_(config.ipfix, collectorsOf(io_, config)),
+        socket_(boundSocket(io_, config)),
         tables_(madeRunDir(config.runDir)),
-        tracker_(config.limits, config.interfaces, tables_, noExport_),
+        tracker_(config.limits, config.interfaces, tables_, exporter_),
         control_(io_, config.runDir / kSocketName, [this](const Value& request) { return answer(request); }) {
     const auto adopted =
         tracker_.table<Pavo::Traits::IPv4>().size() + tracker_.table<Pavo::Traits::IPv6>().size();
@@ -84,7 +91,7 @@ class Daemon::Impl {
     io_.run();
     socket_.finish();
     tracker_.finish();
-    tracker_.flush();
+    exporter_.tick();
   }
 
  private:
@@ -93,6 +100,7 @@ class Daemon::Impl {
     timer_.async_wait([this](const asio::error_code& error) {
       if (error) return;
       tracker_.tick();
+      exporter_.tick();
       waitForTick();
     });
   }
@@ -122,6 +130,8 @@ class Daemon::Impl {
   Value::Object statistics() const {
     Value::Object all = tracker_.statistics();
     all.emplace_back("datagramsDropped", socket_.dropped());
+    all.emplace_back("collectors", exporter_.value());
+    all.emplace_back("recordsFailed", exporter_.failed());
     return all;
   }
 
@@ -138,9 +148,9 @@ class Daemon::Impl {
   }
 
   asio::io_context io_;
+  FlowExporter exporter_;
   DatagramSocket socket_;
   OffloadTables tables_;
-  NoExport noExport_;
   FlowTracker tracker_;
   ControlSocket control_;
   asio::steady_timer timer_{io_};

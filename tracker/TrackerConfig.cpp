@@ -15,6 +15,7 @@ constexpr std::int64_t kMostSeconds = 86400;
 constexpr std::int64_t kMostFlows = 4'000'000;  // a table has room for 8 million records
 constexpr std::int64_t kMostCandidates = 16'000'000;
 constexpr std::int64_t kMostSamples = 1'000'000;
+constexpr std::int64_t kMostDomain = 0xffffffff;
 constexpr std::int64_t kMostIndex = 0xfffffffe;
 
 class Reader {
@@ -25,12 +26,14 @@ class Reader {
 
   TrackerConfig read() {
     top_.refuseUnknownKeys({"listen", "run_dir", "samples_to_learn", "idle_timeout", "max_flows",
-                            "max_candidates", "interface"});
+                            "max_candidates", "interface", "collector", "ipfix"});
     config_.listenPlace = top_.placeOf("listen");
     if (auto listen = top_.string("listen")) config_.listen = *std::move(listen);
     if (const auto dir = top_.string("run_dir")) config_.runDir = fromHere(*dir);
     readLimits();
     top_.tables("interface", [&](const TomlTable& table) { readInterface(table); });
+    top_.tables("collector", [&](const TomlTable& table) { readCollector(table); });
+    if (const auto table = top_.table("ipfix")) readIpfix(*table);
     return std::move(config_);
   }
 
@@ -73,6 +76,29 @@ class Reader {
           table.placeOf("index"),
           fmt::format("interface index {} is already there, expected one of its own", interface.index));
     }
+  }
+
+  void readCollector(const TomlTable& table) {
+    table.refuseUnknownKeys({"address"});
+    CollectorConfig collector{table.neededString("address"), table.placeOf("address")};
+    for (const CollectorConfig& other : config_.collectors) {
+      if (other.address != collector.address) continue;
+      throw ConfigError(collector.place,
+                        fmt::format("collector \"{}\" is already there on line {}, expected another one",
+                                    collector.address, other.place.line));
+    }
+    if (config_.collectors.size() == FlowExporter::kMostCollectors) {
+      throw ConfigError(table.place(), fmt::format("one collector too many, expected at most {}",
+                                                   FlowExporter::kMostCollectors));
+    }
+    config_.collectors.push_back(std::move(collector));
+  }
+
+  void readIpfix(const TomlTable& table) {
+    table.refuseUnknownKeys({"active_timeout", "template_refresh", "observation_domain"});
+    readNumber(table, "active_timeout", 1, kMostSeconds, config_.limits.activeTimeout);
+    readNumber(table, "template_refresh", 1, kMostSeconds, config_.ipfix.templateRefresh);
+    readNumber(table, "observation_domain", 0, kMostDomain, config_.ipfix.observationDomain);
   }
 
   static Pavo::IntfId intfId(const std::string& name, const ConfigPlace& place) {

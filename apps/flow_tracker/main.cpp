@@ -25,6 +25,12 @@ constexpr const char* kFooter = R"(Configuration (TOML; all but [[interface]] ma
   name = "Ethernet1"          as wanted offloads name it
   agent = "192.0.2.1"         only this agent's index
   vlan = 1                    VLAN of untagged packets when the agent does not tell it
+  [[collector]]
+  address = "192.0.2.9:4739"  of flow records, as IPFIX over UDP; at most eight
+  [ipfix]
+  active_timeout = 60         seconds after which a flow that goes on is told
+  template_refresh = 60       seconds between two sendings of the templates
+  observation_domain = 1
 
 SIGTERM ends it in order, SIGUSR1 writes the statistics to the log (standard error).)";
 
@@ -50,7 +56,8 @@ void logToStandardError() {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app(
-      "Learns flows from sFlow version 5 datagrams, wants them offloaded into hardware, and ages them out.",
+      "Learns flows from sFlow version 5 datagrams, wants them offloaded into hardware, ages them out "
+      "and exports flow records.",
       "flow-tracker");
   app.footer(kFooter);
   app.add_option("--config", options.config, "TOML configuration")->required();
