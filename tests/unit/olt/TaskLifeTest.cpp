@@ -146,6 +146,15 @@ TEST_F(TaskLife, TheSchedulerMayBeDroppedInARun) {
   EXPECT_FALSE(a.task->scheduled());
 }
 
+TEST_F(TaskLife, TheSchedulerMayBeDroppedInASingleRun) {
+  const auto a = worker("a");
+  const auto drop = reactorOf(a.task, [&] { scheduler_.reset(); });
+  a.task->scheduleTask();
+  EXPECT_TRUE(scheduler_.get()->runTask(endless_));
+  EXPECT_FALSE(scheduler_);
+  EXPECT_THAT(ran_, ElementsAre("a"));
+}
+
 TEST_F(TaskLife, AReactorMayMoveToAnotherTask) {
   const auto a = worker("a");
   const auto other = scheduler_->taskIs("other", 3);

@@ -174,6 +174,15 @@ TEST_F(Timer, AsLongAsNoneIsArmedTheClockIsNotRead) {
   EXPECT_EQ(clock_.reads(), 0U);
 }
 
+TEST_F(Timer, OneThatIsToGoOffNeverIsNotArmed) {
+  auto a = scheduler_->timerTaskIs("a", 3);
+  a->taskDelayIs(Olt::TimerTask::kNever);
+  EXPECT_EQ(scheduler_->next(), Olt::TimerTask::kNever);
+  EXPECT_EQ(clock_.reads(), 0U);
+  a.reset();
+  EXPECT_EQ(scheduler_->next(), Olt::TimerTask::kNever);
+}
+
 TEST_F(Timer, WithAnInactiveReactorTheMissedTimeIsMadeUpFor) {  // O4
   const auto a = timer("a");
   a.task->taskDelayIs(1);

@@ -40,6 +40,9 @@ class FakeInputSm : public Zun::InputSm {
     if (active()) deliver(key);
   }
 
+  // A change is told, and not yet delivered.
+  void missed() { notificationPending(); }
+
   std::vector<int> delivered;
   unsigned scans = 0;
   std::function<void(int key)> during = [](int) {};

@@ -191,6 +191,16 @@ TEST_F(InputSm, AChangeThatIsDeliveredIsNotPending) {  // I1
   EXPECT_THAT(sm->delivered, ElementsAre(7));
 }
 
+TEST_F(InputSm, TheEndOfASliceLeavesNothingPending) {
+  const auto sm = machine();
+  sm->during = [&](int) { sm->missed(); };
+  sm->doInitializeTask();
+  CountedSlice one(1);
+  scheduler_->runTask(one);
+  EXPECT_EQ(sm->scanState(), InputScanState::resumed);
+  EXPECT_EQ(sm->pendingNotifications(), 0U);
+}
+
 TEST_F(InputSm, WithItsMachineGoesTheTask) {
   auto sm = machine();
   sm->doInitializeTask();
