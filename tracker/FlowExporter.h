@@ -28,6 +28,8 @@ class FlowExporter : public RecordSink {
 
   // Without a collector records go nowhere.
   FlowExporter(const ExportConfig& config, std::vector<Collector> collectors);
+  FlowExporter(const FlowExporter&) = delete;
+  FlowExporter& operator=(const FlowExporter&) = delete;
 
   void record(const FlowRecord<Pavo::Traits::IPv4>& record) override { add(record); }
   void record(const FlowRecord<Pavo::Traits::IPv6>& record) override { add(record); }

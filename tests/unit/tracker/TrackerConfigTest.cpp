@@ -49,7 +49,21 @@ index = 1
 name = "uplink"
 agent = "2001:db8::1"
 vlan = 0
+[[collector]]
+address = "192.0.2.9:4739"
+[[collector]]
+address = "[::1]:2055"
+[ipfix]
+active_timeout = 17
+template_refresh = 19
+observation_domain = 0
 )");
+  ASSERT_EQ(config.collectors.size(), 2U);
+  EXPECT_EQ(config.collectors[1].address, "[::1]:2055");
+  EXPECT_EQ(config.collectors[1].place.line, 18U);
+  EXPECT_EQ(config.limits.activeTimeout, 17);
+  EXPECT_EQ(config.ipfix.templateRefresh, 19);
+  EXPECT_EQ(config.ipfix.observationDomain, 0U);
   EXPECT_EQ(config.listen, "[::1]:7000");
   EXPECT_EQ(config.listenPlace.line, 1U);
   EXPECT_EQ(config.runDir, dir_.path() + "/run");
@@ -101,6 +115,17 @@ TEST_F(TrackerConfigTest, InterfacesAreChecked) {
   EXPECT_THAT(errorOf("[[interface]]\nindex = 1\nname = \"a\"\nvlan = 4096\n"), StartsWith("4: \"vlan\""));
   EXPECT_THAT(errorOf("[[interface]]\nindex = 1\nname = \"a\"\n[[interface]]\nindex = 1\nname = \"b\"\n"),
               StartsWith("5: interface index 1 is already there"));
+}
+
+TEST_F(TrackerConfigTest, CollectorsAreChecked) {
+  EXPECT_THAT(errorOf("[[collector]]\n"), StartsWith("1: [[collector]] has no \"address\""));
+  EXPECT_THAT(errorOf("[[collector]]\naddress = \"a:1\"\n[[collector]]\naddress = \"a:1\"\n"),
+              StartsWith("4: collector \"a:1\" is already there on line 2"));
+  std::string many;
+  for (int i = 1; i <= 9; ++i) many += "[[collector]]\naddress = \"a:" + std::to_string(i) + "\"\n";
+  EXPECT_EQ(errorOf(many), "17: one collector too many, expected at most 8");
+  EXPECT_THAT(errorOf("[ipfix]\nactive_timeout = 0\n"), StartsWith("2: \"active_timeout\" of [ipfix] is 0"));
+  EXPECT_THAT(errorOf("[ipfix]\nport = 0\n"), StartsWith("2: unknown key \"port\" in [ipfix]"));
 }
 
 TEST_F(TrackerConfigTest, BrokenTomlAndNoFileAreTold) {
