@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -98,7 +99,8 @@ TEST_F(ActivationTest, FillsItsAttributesInAFixedOrder) {
                           SftPexaPlugin::hoFlowConfigAttr, SftPexaPlugin::hosStateCounterAttr,
                           SftPexaPlugin::sftSamplerHelperAttr, SftPexaPlugin::localHoCountersAttr,
                           SftPexaPlugin::inputSamplerAttr, SftPexaPlugin::sftPexaFtHoConfigReactorAttr,
-                          SftPexaPlugin::outputSamplerAttr));
+                          SftPexaPlugin::outputSamplerAttr, SftPexaPlugin::drovaHelperAttr,
+                          SftPexaPlugin::hocSmAttr));
   EXPECT_THAT(
       agent.tables->lookUps,
       ElementsAre("flowtracking/sampled/hwOffload/status", "flowtracking/sampled/hwOffload/counter/hfc",
@@ -113,6 +115,7 @@ TEST_F(ActivationTest, DoesTheSameWhateverTheMode) {
   const auto plugin = agent.mountedPlugin();
   plugin->activeInit(Pexa::PexaMode::standby);
   EXPECT_TRUE(plugin->outputSampler());
+  EXPECT_TRUE(plugin->hocSm());
   EXPECT_EQ(agent.steps->input().size(), 1U);
 }
 
@@ -166,6 +169,25 @@ TEST_F(ActivationTest, WiresTheChildrenToOneAnother) {
   EXPECT_TRUE(isWired(plugin->outputSampler()));
   EXPECT_EQ(plugin->sftPexaFtHoConfigReactor()->sftHwTrackingConfig(), plugin->sftHwTrackingConfig());
   EXPECT_EQ(plugin->sftPexaFtHoConfigReactor()->hoStatus(), plugin->hoStatus());
+  EXPECT_EQ(plugin->drovaHelper()->hosStateCounter(), plugin->hosStateCounter());
+  const auto& hocSm = plugin->hocSm();
+  EXPECT_EQ(hocSm->hoFlowConfig(), plugin->hoFlowConfig());
+  EXPECT_EQ(hocSm->hoFlowStatus(), plugin->hoFlowStatus());
+  EXPECT_EQ(hocSm->hoFlowCounter(), plugin->hoFlowCounter());
+  EXPECT_EQ(hocSm->hosStateCounter(), plugin->hosStateCounter());
+  EXPECT_EQ(hocSm->localCounter(), plugin->localHoCounters());
+  EXPECT_EQ(hocSm->helper(), plugin->drovaHelper());
+}
+
+TEST_F(ActivationTest, TheStateMachineWorksInTasksOfTheAgentsSchedulerAtPriorityThree) {
+  const auto plugin = agent.activePlugin();
+  const Zun::SmControl& control = plugin->hocSm()->drovaControl();
+  EXPECT_EQ(control.taskScheduler, Olt::TaskSchedulerRoot::findOrCreateScheduler());
+  EXPECT_EQ(control.taskPriority, 3U);
+  EXPECT_EQ(control.taskName, "");
+  EXPECT_EQ(control.traceHandle, nullptr);
+  EXPECT_EQ(control.synchronous, Zun::SynchronousChoice::keepDefault);
+  EXPECT_FALSE(plugin->hocSm()->synchronous());
 }
 
 TEST_F(ActivationTest, ShowsTheLocalCountersInTheAgentsDisplay) {
@@ -201,38 +223,54 @@ TEST_F(ActivationTest, PublishesTheOffloadEnablesFromTheConfiguration) {
   EXPECT_TRUE(hoStatus->egressV6Enabled());
 }
 
-TEST_F(ActivationTest, WithoutTheAgentObjectOnlyTheTablesAreMissing) {
+// Writes each announced attribute's name to standard error, where the parent of a dying process reads it.
+class AttributeTeller : public AttributeWatcher {
+ public:
+  explicit AttributeTeller(const Kiv::Ptr<SftPexaPlugin>& plugin) {
+    notifierIs(plugin);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Kiv::AttributeId attribute) override {
+    std::fprintf(stderr, "%s ", SftPexaPlugin::kivType().attribute(attribute)->name.c_str());
+  }
+};
+
+using ActivationDeathTest = ActivationTest;
+
+constexpr const char* kNotNull =
+    "\\(\\) && \"Pointer SM args cannot be null unless they are marked Optional\"";
+
+TEST_F(ActivationDeathTest, WithoutTheAgentObjectThereAreNoTablesAndTheStateMachineStopsTheProcess) {
   const auto plugin = agent.mountedPlugin();
   agent.manager->agent = nullptr;
-  plugin->activeInit(Pexa::PexaMode::active);
-  EXPECT_FALSE(plugin->hoFlowStatus());
-  EXPECT_FALSE(plugin->hoFlowCounter());
-  EXPECT_FALSE(plugin->hoFlowConfig());
-  EXPECT_FALSE(plugin->hosStateCounter());
-  EXPECT_TRUE(plugin->sftSamplerHelper());
-  EXPECT_TRUE(plugin->localHoCounters());
-  EXPECT_TRUE(plugin->inputSampler());
-  EXPECT_TRUE(plugin->sftPexaFtHoConfigReactor());
-  EXPECT_TRUE(plugin->outputSampler());
-  EXPECT_EQ(agent.steps->input().size() + agent.steps->output().size(), 2U);
+  const auto teller = Kiv::makePtr<AttributeTeller>(plugin);
+  EXPECT_DEATH(plugin->activeInit(Pexa::PexaMode::active),
+               std::string("^sftSamplerHelper localHoCounters inputSampler sftPexaFtHoConfigReactor "
+                           "outputSampler drovaHelper Assertion failed: hosStateCounter") +
+                   kNotNull);
 }
 
-TEST_F(ActivationTest, ATableOfAnotherTypeIsNotTaken) {
+TEST_F(ActivationDeathTest, ATableOfAnotherTypeIsNotTakenAndTheStateMachineStopsTheProcess) {
   const auto plugin = agent.mountedPlugin();
   agent.tables->tables["flowtracking/sampled/hwOffload/status"] =
       agent.tables->tables["flowtracking/sampled/hwOffload/config"];
-  plugin->activeInit(Pexa::PexaMode::active);
-  EXPECT_FALSE(plugin->hoFlowStatus());
-  EXPECT_TRUE(plugin->hoFlowConfig());
+  const auto teller = Kiv::makePtr<AttributeTeller>(plugin);
+  EXPECT_DEATH(
+      plugin->activeInit(Pexa::PexaMode::active),
+      std::string("^hoFlowCounter hoFlowConfig hosStateCounter .*Assertion failed: hoFlowStatus") + kNotNull);
 }
 
 TEST_F(ActivationTest, ASecondActivationKeepsTheChildren) {
   const auto plugin = agent.activePlugin();
   const auto helper = plugin->sftSamplerHelper();
   const auto reactor = plugin->sftPexaFtHoConfigReactor();
+  const auto drovaHelper = plugin->drovaHelper();
+  const auto hocSm = plugin->hocSm();
   const auto watcher = AttributeWatcher::on(plugin);
   plugin->activeInit(Pexa::PexaMode::active);
   EXPECT_THAT(watcher->seen, IsEmpty());
+  EXPECT_EQ(plugin->drovaHelper(), drovaHelper);
+  EXPECT_EQ(plugin->hocSm(), hocSm);
   EXPECT_EQ(plugin->sftSamplerHelper(), helper);
   EXPECT_EQ(plugin->sftPexaFtHoConfigReactor(), reactor);
 }

@@ -34,12 +34,19 @@ TEST_F(DestructionTest, TakesTheChildrenDownInAFixedOrder) {
   auto plugin = SftPexaPlugin::SftPexaPluginIs("SampledFlowTracker");
   const auto counters = plugin->localHoCountersIs("counters");
   // Built in another order, and each from something that nobody else holds.
+  const auto drovaHelper = [&] {
+    return plugin->drovaHelperIs(leaving<FlowTracking::HosStateCounter>("drovaHelper"));
+  };
+  plugin->hocSmIs(leaving<FlowTracking::HoFlowConfig>("hocSm"),
+                  Kiv::makePtr<FlowTracking::HoFlowStatus>("status"),
+                  Kiv::makePtr<FlowTracking::HoFlowCounter>("counter"),
+                  Kiv::makePtr<FlowTracking::HosStateCounter>("states"), counters, drovaHelper(), {});
   plugin->sftPexaFtHoConfigReactorIs(nullptr, leaving<FlowTracking::HoStatus>("reactor"));
   plugin->outputSamplerIs(nullptr, leaving<FlowTracking::HoFlowStatus>("output"), counters, nullptr);
   plugin->inputSamplerIs(nullptr, leaving<FlowTracking::HoFlowStatus>("input"), counters, nullptr);
   plugin->sftSamplerHelperIs(leaving<Sflow::HwStatus>("helper"), nullptr, nullptr, nullptr, nullptr, nullptr);
   plugin.reset();
-  EXPECT_THAT(seen, ElementsAre("helper", "input", "output", "reactor"));
+  EXPECT_THAT(seen, ElementsAre("helper", "input", "output", "reactor", "hocSm", "drovaHelper"));
   EXPECT_EQ(counters->parent(), nullptr);
   EXPECT_EQ(counters->references(), 1U);
 }
@@ -92,6 +99,38 @@ TEST_F(DestructionTest, TheReactorNoLongerReactsOnceThePluginIsGone) {
   EXPECT_FALSE(reactor->hasNotificationActive());
   config->hwOffloadIpv4Is(true);
   EXPECT_FALSE(hoStatus->v4enabled());
+}
+
+TEST_F(DestructionTest, TheReactorIsInactiveBeforeTheStateMachineGoes) {
+  class LookingConfig : public FlowTracking::HoFlowConfig {
+   public:
+    using HoFlowConfig::HoFlowConfig;
+    ~LookingConfig() override {
+      departures->push_back(reactor->hasNotificationActive() ? "active" : "inactive");
+    }
+    Kiv::Ptr<SftPexaFtHoConfigReactor> reactor;
+  };
+  auto plugin = SftPexaPlugin::SftPexaPluginIs("SampledFlowTracker");
+  auto offloads = Kiv::makePtr<LookingConfig>("offloads");
+  offloads->reactor =
+      plugin->sftPexaFtHoConfigReactorIs(nullptr, Kiv::makePtr<FlowTracking::HoStatus>("hoStatus"));
+  plugin->hocSmIs(offloads, Kiv::makePtr<FlowTracking::HoFlowStatus>("status"),
+                  Kiv::makePtr<FlowTracking::HoFlowCounter>("counter"),
+                  Kiv::makePtr<FlowTracking::HosStateCounter>("states"),
+                  plugin->localHoCountersIs("counters"), plugin->drovaHelperIs(nullptr), {});
+  offloads.reset();
+  plugin.reset();
+  EXPECT_THAT(seen, ElementsAre("inactive"));
+}
+
+TEST_F(DestructionTest, TheStateMachineLeavesNoTaskBehind) {
+  const auto scheduler = Olt::TaskSchedulerRoot::findOrCreateScheduler();
+  AgentFixture agent;
+  auto plugin = agent.activePlugin();
+  EXPECT_FALSE(scheduler->tasks().empty());
+  agent.manager->pluginDelAll();
+  plugin.reset();
+  EXPECT_TRUE(scheduler->tasks().empty());
 }
 
 TEST_F(DestructionTest, WhatTheAgentHoldsLivesOn) {

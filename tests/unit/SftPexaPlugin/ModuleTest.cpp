@@ -8,6 +8,7 @@
 #include <string>
 
 #include "PexaPlugin.h"
+#include "TaskThings.h"
 #include "mirro/StateDatabase.h"
 #include "quell/SharedTables.h"
 
@@ -84,6 +85,7 @@ class ModuleTest : public ::testing::Test {
     ASSERT_EQ(::dlclose(library), 0) << ::dlerror();
     EXPECT_FALSE(isMapped()) << "the library stays in the process";
   }
+  TestSupport::EndlessSlice endless;
   void* library = nullptr;
   std::filesystem::path runDir =
       std::filesystem::temp_directory_path() / ("sft-module-" + std::to_string(::getpid()));
@@ -120,10 +122,21 @@ TEST_F(ModuleTest, LivesThroughAnAgentsLifeAndLeavesNothingBehind) {
               Kiv::Value(true));
     EXPECT_EQ(agent.database->get("flowtracking/hoStatus/sampled", "v4enabled"), Kiv::Value(true));
 
+    const auto scheduler = Olt::TaskSchedulerRoot::findOrCreateScheduler();
+    EXPECT_EQ(scheduler->tasks().size(), 14U) << "ten outputs, two polls, two scans";
+    while (scheduler->due() > 0) scheduler->run(endless);
+    {
+      const auto hocSm = Kiv::ValueTraits<Kiv::Ptr<Kiv::PtrInterface>>::fromValue(
+          Kiv::attribute(*agent.manager->plugins()[0], "hocSm"));
+      ASSERT_TRUE(hocSm);
+      EXPECT_EQ(Kiv::attribute(*hocSm, "ready"), Kiv::Value(true));
+    }
+
     const auto config = agent.database->getEntity("hardware/flowtracking/config/sampled");
     const auto ports = agent.manager->ports;
     agent.stop();
     unload();
+    EXPECT_THAT(scheduler->tasks(), IsEmpty());
     EXPECT_TRUE(config->notifieeList()->empty());
     EXPECT_EQ(config->references(), 1U) << "this test's";
     EXPECT_EQ(ports->references(), 2U) << "this test's and the agent's";
