@@ -1,5 +1,7 @@
 #include "CopyLocalCounters.h"
 
+#include <array>
+
 namespace SampledFlowTracker {
 
 template <class Domain>
@@ -33,6 +35,7 @@ void CopyLocalCounters<Domain>::run() {
   }
   std::uint64_t handled = 0;
   for (const auto* entry = resume_ ? counters.after(*resume_) : counters.first(); entry != nullptr;) {
+    if (handled % kAhead == 0) lookAhead(counters, entry);
     const Key key = entry->key;
     const Kiv::Ptr<Pexa::Counter::SftHoCounter<Domain>> local = entry->value;
     copy(*local);
@@ -45,6 +48,21 @@ void CopyLocalCounters<Domain>::run() {
     }
   }
   endPass(handled);
+}
+
+template <class Domain>
+void CopyLocalCounters<Domain>::lookAhead(const Local& counters, const typename Local::Entry* entry) const {
+  const auto& records = outputs_.counter.table().map();
+  std::array<std::uint64_t, kAhead> hashes;
+  std::size_t count = 0;
+  for (; entry != nullptr && count < kAhead; entry = counters.after(entry->key)) {
+    const auto* local = reinterpret_cast<const char*>(entry->value.get());
+    for (std::size_t at = 0; at < sizeof(*entry->value); at += 64) __builtin_prefetch(local + at);
+    __builtin_prefetch(local + sizeof(*entry->value) - 1);
+    hashes[count] = records.hash(entry->key);
+    records.prefetchIndex(hashes[count++]);
+  }
+  for (std::size_t i = 0; i < count; ++i) records.prefetchRecord(hashes[i]);
 }
 
 template <class Domain>

@@ -36,6 +36,12 @@ class CopyLocalCounters {
   const OwnedTimerTask& task() const { return task_; }
 
  private:
+  using Local = Pexa::Counter::SftHoCounterMap<Domain>;
+  static constexpr std::size_t kAhead = 16;  // counters; about as many as memory brings at a time
+
+  // Asks for the memory of an entry and of those behind it, counters and records. In a large collection a
+  // pass waits for memory several times a counter otherwise, which is most of what it costs.
+  void lookAhead(const Local& counters, const typename Local::Entry* entry) const;
   void copy(const Pexa::Counter::SftHoCounter<Domain>& local);
   void yieldPass(std::uint64_t handled, const Key& last);
   void endPass(std::uint64_t handled);
