@@ -11,7 +11,9 @@ void OutputBase::taskIs() {
 }
 
 void OutputBase::reconcilingDecide() {
-  reconciling_ = entries() != 0;
+  const std::size_t left = entries();
+  reconciling_ = left != 0;
+  if (reconciling_) seenReserve(left);
   frame_.trace()(SmTrace::kFrame, "handleInitialized", fmt::format("Reconciling {}: {{:}}", nameOf(id_)),
                  reconciling_);
 }
