@@ -1,9 +1,10 @@
-// Writes the corpus of the packet and the capture targets anew: make_corpus FOLDER.
+// Writes the corpus of the packet, capture and datagram targets anew: make_corpus FOLDER.
 #include <filesystem>
 #include <iostream>
 
 #include "CaptureFile.h"
 #include "PacketBuilder.h"
+#include "SflowText.h"
 
 namespace {
 
@@ -11,6 +12,9 @@ using TestSupport::Packet;
 using TestSupport::PacketBuilder;
 using TestSupport::PcapngText;
 using TestSupport::PcapText;
+using TestSupport::SflowRecord;
+using TestSupport::SflowText;
+using TestSupport::XdrText;
 
 PacketBuilder v4(PacketBuilder builder = {}) {
   return builder.ipv4("10.0.0.1", "10.0.0.2");
@@ -81,6 +85,37 @@ void writeCaptures(const std::filesystem::path& folder) {
   write(folder, "pcapng-no-interface", PcapngText().packet(tcp).bytes());
 }
 
+void writeDatagrams(const std::filesystem::path& folder) {
+  using TestSupport::sampledHeader;
+  using TestSupport::sampledIp;
+  const SflowRecord tcp = sampledHeader(v4().tcp(1234, 80).payload(200).build());
+  const SflowRecord udp = sampledHeader(v6(PacketBuilder().vlan(5)).udp(53, 5353).build());
+  const SflowRecord vlan = TestSupport::extendedSwitch(10);
+  const auto put = [&](const std::string& name, const SflowText& text) { write(folder, name, text.bytes()); };
+  put("empty", SflowText());
+  put("flow-sample", SflowText().flowSample({}, {tcp, vlan}));
+  put("flow-sample-egress", SflowText().flowSample({.source = 2}, {udp, vlan}));
+  put("flow-samples", SflowText().flowSample({}, {tcp}).flowSample({}, {udp}).flowSample({}, {tcp, vlan}));
+  put("expanded-flow-sample", SflowText("2001:db8::1").expandedFlowSample({}, {udp, vlan}));
+  put("discarded", SflowText().flowSample({.outputFormat = 1, .output = 258}, {tcp}));
+  put("sampled-ipv4",
+      SflowText().flowSample({}, {sampledIp(TestSupport::address4("10.0.0.1"),
+                                            TestSupport::address4("10.0.0.2"), 6, 1, 2, 60)}));
+  put("sampled-ipv6", SflowText().flowSample({}, {sampledIp(TestSupport::address6("::1"),
+                                                            TestSupport::address6("::2"), 17, 1, 2, 60)}));
+  put("counter-samples", SflowText().sample(2, XdrText().word(1).word(1).word(0)).sample(4, XdrText()));
+  put("unknown-sample", SflowText().sample(0x1001, XdrText().word(1)));
+  put("unknown-record", SflowText().flowSample({}, {{1003, XdrText().word(1)}, tcp}));
+  put("count-that-lies", SflowText().flowSample({}, {tcp}).claimed(0xffffffff));
+  put("header-that-lies",
+      SflowText().flowSample({}, {{1, XdrText().word(1).word(100).word(4).word(0xffffffff)}}));
+  put("record-short", SflowText().flowSample({}, {{1001, XdrText().word(1)}}));
+  auto cut = SflowText().flowSample({}, {tcp, vlan}).bytes();
+  cut.resize(cut.size() - 5);
+  write(folder, "cut-off", cut);
+  write(folder, "version-4", XdrText().word(4).word(1).bytes());
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -89,8 +124,10 @@ int main(int count, char** arguments) {
     return 2;
   }
   const std::filesystem::path folder(arguments[1]);
-  for (const char* name : {"packet", "capture"}) std::filesystem::create_directories(folder / name);
+  for (const char* name : {"packet", "capture", "datagram"})
+    std::filesystem::create_directories(folder / name);
   writePackets(folder / "packet");
   writeCaptures(folder / "capture");
+  writeDatagrams(folder / "datagram");
   return 0;
 }

@@ -19,3 +19,4 @@ sft_fuzz_target(capture_reader CaptureReaderTarget.cpp capture runtime)
 
 include(${CMAKE_SOURCE_DIR}/tests/support/NaiveStateMachine.cmake)
 sft_fuzz_target(state_machine StateMachineTarget.cpp state_machine naive_state_machine)
+sft_fuzz_target(sflow_datagram SflowDatagramTarget.cpp datagram tracker)
