@@ -217,7 +217,8 @@ class Phases {
     report_.put("stale table entry deleted, on average", "ns", each / 2);
     put("stale local counter deleted", OutputId::localCounterCounterCollection,
         OutputId::localCounterCounterIp6Collection);
-    require(world_.status().empty() && world_.counter().empty() && world_.local().empty(),
+    require(world_.status().empty() && world_.counter().empty() && world_.local().empty() &&
+                world_.flowsIn(HoFlowState::inHardware) == 0,
             "nothing stale is left");
   }
 
