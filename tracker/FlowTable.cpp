@@ -199,8 +199,10 @@ template <class Domain>
 void FlowTable<Domain>::tell(const Key& key, const Flow& flow, FlowCounts& counts, EndReason reason) {
   if (counts.empty()) return;
   sink_.record(FlowRecord<Domain>{key, flow.input, flow.output, counts, reason});
-  counts = {};
   ++events_.records;
+  events_.recordPackets += counts.packets;
+  events_.recordOctets += counts.octets;
+  counts = {};
 }
 
 template class FlowTable<Pavo::Traits::IPv4>;

@@ -68,6 +68,8 @@ class FlowTable {
     std::uint64_t samples = 0;    // of learned flows
     std::uint64_t candidateSamples = 0;
     std::uint64_t records = 0;
+    std::uint64_t recordPackets = 0;  // that they told of
+    std::uint64_t recordOctets = 0;
   };
 
   // What is referred to must outlive this.

@@ -33,6 +33,8 @@ Value tableValue(const FlowTable<Domain>& table) {
                        {"refused", events.refused},
                        {"idle", events.idle},
                        {"records", events.records},
+                       {"recordPackets", events.recordPackets},
+                       {"recordOctets", events.recordOctets},
                        {"candidatesEvicted", candidates.evicted()},
                        {"candidatesExpired", candidates.expired()}};
 }

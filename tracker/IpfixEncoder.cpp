@@ -165,7 +165,8 @@ class IpfixEncoder::Impl {
   // In a message of their own, which the library asks for by an error.
   void addTemplates() {
     flush();
-    if (!appendTemplates() && !appendTemplates()) throw std::runtime_error("IPFIX: templates find no message");
+    if (!appendTemplates() && !appendTemplates())
+      throw std::runtime_error("IPFIX: templates find no message");
     flush();
   }
 

@@ -109,10 +109,11 @@ class Finished:
 
 
 class Agent:
-    """A running pexa-agent, whose log is read as it comes."""
+    """A running pexa-agent, or another program of its kind, whose log is read as it comes."""
+    PROGRAM = AGENT
 
     def __init__(self, arguments, environment=None):
-        self.process = subprocess.Popen([str(AGENT), *map(str, arguments)], stdin=subprocess.DEVNULL, text=True,
+        self.process = subprocess.Popen([str(self.PROGRAM), *map(str, arguments)], stdin=subprocess.DEVNULL, text=True,
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                         env={**os.environ, **(environment or {})})
         self.log = []
@@ -139,7 +140,7 @@ class Agent:
         with self.changed:
             self.changed.wait_for(lambda: self.over or len(self.said(*texts)) >= lines, PATIENCE)
             if len(self.said(*texts)) < lines:
-                raise AssertionError(f"pexa-agent has not said {' or '.join(texts)}:\n" + "\n".join(self.log))
+                raise AssertionError(f"{self.PROGRAM.name} has not said {' or '.join(texts)}:\n" + "\n".join(self.log))
             return self.said(*texts)
 
     def wait_ready(self):
