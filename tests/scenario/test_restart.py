@@ -14,14 +14,15 @@ import subprocess
 import time
 import unittest
 
-from harness import (AUDIT, BUDGET, COLLECTIONS, CONFIG, IN_HARDWARE, OVERFLOW, PLUGIN, SFT, ScenarioTest, flow_key, flows,
-                     offload_of, udp_frame, wanted)
+from harness import (AUDIT, BUDGET, COLLECTIONS, CONFIG, COUNTER, IN_HARDWARE, OVERFLOW, PLUGIN, SFT, STATES, STATUS,
+                     ScenarioTest, flow_key, flows, offload_of, udp_frame, wanted)
 
 KILLS = int(os.environ.get("SFT_RESTART_KILLS", "20"))
 SEED = int(os.environ.get("SFT_RESTART_SEED", "1"))
 ROOM = 300  # flows of a family in hardware
 MOST = 400  # flows of a family that may be wanted
 FAMILIES = ("IPv4", "IPv6")
+TABLES = {"status": STATUS, "states": STATES, "counters": COUNTER}  # view -> table
 POLL = 1.0  # seconds between two polls
 
 
@@ -111,7 +112,11 @@ class RestartTest(ScenarioTest):
 
     def compare(self):
         problems, missing = [], set()
-        views = {view: self.sft(view) for view in ("status", "states", "counters")}
+        views = {view: self.sft(view) for view in TABLES}
+        entries = {table["path"]: table["entries"] for table in self.sft("table", "list")}
+        for view, path in TABLES.items():
+            if entries[path] != len(views[view]):
+                problems.append(f"{path} says that it has {entries[path]} entries, {len(views[view])} are there")
         for family in FAMILIES:
             rows = {view: [row for row in found if row["family"] == family] for view, found in views.items()}
             problems += [f"{family}: {problem}" for problem in self.compare_family(family, missing, **rows)]
