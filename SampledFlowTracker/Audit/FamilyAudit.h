@@ -25,6 +25,8 @@
 #pragma once
 
 #include <functional>
+#include <optional>
+#include <vector>
 
 #include "Findings.h"
 #include "Olt.h"

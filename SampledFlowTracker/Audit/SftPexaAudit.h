@@ -14,6 +14,7 @@
 // thread.
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include "AuditConfig.h"
@@ -61,7 +62,8 @@ class SftPexaAudit : public Pexa::PexaPluginBase {
   // the status table.
   std::uint64_t start(bool repair);
   // What a run has found since the last such call, at most so many findings. When no run is under way and no
-  // findings come any more, everything has been told. Throws AuditRefused when a later run has begun.
+  // findings come any more, everything has been told. What is not asked for is kept until the next run.
+  // Throws AuditRefused when a later run has begun.
   AuditAnswer findings(std::uint64_t run, std::uint32_t most);
 
  private:

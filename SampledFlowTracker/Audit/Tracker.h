@@ -13,6 +13,7 @@
 #pragma once
 
 #include <functional>
+#include <stdexcept>
 
 #include "HoFlowConfig.h"
 #include "HoFlowCounter.h"
