@@ -9,6 +9,7 @@ namespace Tracker {
 namespace {
 
 constexpr std::size_t kMostDatagramBytes = 65535;
+constexpr unsigned kMostLastBursts = 2048;  // more than the receive buffer holds of the smallest datagrams
 
 void setOption(int socket, int option, int value) {
   // What the kernel does not grant is not needed.
@@ -41,7 +42,8 @@ void DatagramSocket::wait() {
 
 void DatagramSocket::finish() {
   socket_.cancel();
-  while (takeBurst() == kBurst) continue;
+  // Bounded: a sender that never pauses does not keep the process from ending.
+  for (unsigned bursts = 0; bursts < kMostLastBursts && takeBurst() == kBurst; ++bursts) continue;
 }
 
 unsigned DatagramSocket::takeBurst() {

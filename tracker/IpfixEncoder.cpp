@@ -49,16 +49,18 @@ struct WireRecord {
 static_assert(std::has_unique_object_representations_v<WireRecord<IPv4>> &&
               std::has_unique_object_representations_v<WireRecord<IPv6>>);
 
-struct ElementNames {
-  const char* source;
-  const char* destination;
-};
 template <class Domain>
-constexpr ElementNames kAddressElements;
+struct AddressElements;
 template <>
-constexpr ElementNames kAddressElements<IPv4> = {"sourceIPv4Address", "destinationIPv4Address"};
+struct AddressElements<IPv4> {
+  static constexpr const char* kSource = "sourceIPv4Address";
+  static constexpr const char* kDestination = "destinationIPv4Address";
+};
 template <>
-constexpr ElementNames kAddressElements<IPv6> = {"sourceIPv6Address", "destinationIPv6Address"};
+struct AddressElements<IPv6> {
+  static constexpr const char* kSource = "sourceIPv6Address";
+  static constexpr const char* kDestination = "destinationIPv6Address";
+};
 
 struct Element {
   const char* name;
@@ -74,8 +76,8 @@ std::array<Element, 16> elements() {
            {"flowEndMilliseconds", 8},
            {"octetDeltaCount", 8},
            {"packetDeltaCount", 8},
-           {kAddressElements<Domain>.source, kAddressBytes},
-           {kAddressElements<Domain>.destination, kAddressBytes},
+           {AddressElements<Domain>::kSource, kAddressBytes},
+           {AddressElements<Domain>::kDestination, kAddressBytes},
            {"ingressInterface", 4},
            {"egressInterface", 4},
            {"samplingSize", 4, true},

@@ -117,6 +117,16 @@ std::optional<FlowTracking::HoFlowCounterRecord<Domain>> OffloadTables::counter(
   return FlowTracking::lookUp(counter_->map<Domain>(), key);
 }
 
+std::uint64_t OffloadTables::damages() const {
+  std::uint64_t met = damages_;
+  for (const Kiv::Ptr<Quell::Container>& table :
+       {Kiv::Ptr<Quell::Container>(config_), Kiv::Ptr<Quell::Container>(status_),
+        Kiv::Ptr<Quell::Container>(counter_)}) {
+    for (const Quell::MapBase* map : table->collections()) met += map->corruptions();
+  }
+  return met;
+}
+
 void OffloadTables::flush() {
   if (!unflushed_) return;
   unflushed_ = false;

@@ -61,7 +61,8 @@ class OffloadTables {
   // for them.
   void deliver();
 
-  std::uint64_t damages() const { return damages_; }
+  // Damaged records met, in any of the tables.
+  std::uint64_t damages() const;
   std::uint64_t refusals() const { return refusals_; }
 
  private:
