@@ -99,6 +99,10 @@ std::string text(const Operation& operation) {
       return "damage " + recordOf(operation, damagedTable(value));
     case Kind::leftBehind:
       return leftText(operation);
+    case Kind::configQuietly:
+      return (appearsQuietly(value) ? "quietly config " : "quietly no config ") + subjectOf(operation);
+    case Kind::lookAgain:
+      return std::string("look again at ") + (operation.six() ? "IPv6" : "IPv4");
   }
   return "?";
 }

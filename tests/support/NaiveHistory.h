@@ -51,10 +51,11 @@ struct Operation {
     settle,            // all work there is, until there is none
     advance,           // the clock; value: quarters of a second
     damage,            // of a record; value: of which table
-    leftBehind,  // a record that a former process left; only while there is no state machine; value: see
-                 // there
+    leftBehind,        // a record that a former process left; only without a state machine; value: see there
+    configQuietly,     // a wanted offload appears, changes or goes, and nobody is told; value: its lowest bit
+    lookAgain,         // the family's wanted offloads are to be looked at again; and all work, as by settle
   };
-  static constexpr unsigned kKinds = 12;
+  static constexpr unsigned kKinds = 14;
 
   Kind kind{};
   std::uint8_t subject = 0;
@@ -74,6 +75,9 @@ struct Start {
   bool sameHelper;    // the waiting flows are still there
   bool sameCounters;  // the local counters are still there
 };
+inline bool appearsQuietly(std::uint8_t value) {
+  return (value & 1U) != 0;
+}
 inline unsigned budgetOf(std::uint8_t value) {
   return value % 6;
 }

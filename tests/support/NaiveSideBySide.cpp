@@ -41,6 +41,8 @@ void SideBySide::apply(const Operation& operation) {
     case Kind::countPacket:
     case Kind::damage:
     case Kind::leftBehind:
+    case Kind::configQuietly:
+    case Kind::lookAgain:
       return operation.six() ? applyToRecord<V6>(operation) : applyToRecord<V4>(operation);
   }
 }
@@ -70,12 +72,14 @@ void SideBySide::applyToRecord(const Operation& operation) {
     call(twin_);
   };
   switch (operation.kind) {
-    case Operation::Kind::configIs: {
-      typename Tables<Domain>::Config config;
-      config.key = key;
-      config.requestTime = ++configs_;
-      return both([&](auto& side) { side.template configIs<Domain>(config); });
-    }
+    case Operation::Kind::configIs:
+      return both(
+          [&, config = newConfig<Domain>(key)](auto& side) { side.template configIs<Domain>(config); });
+    case Operation::Kind::configQuietly:
+      return changeQuietly<Domain>(key, appearsQuietly(operation.value));
+    case Operation::Kind::lookAgain:
+      both([](auto& side) { side.template lookAgain<Domain>(); });
+      return settle();
     case Operation::Kind::configDel:
       return both([&](auto& side) { side.template configDel<Domain>(key); });
     case Operation::Kind::countPacket:
@@ -86,6 +90,26 @@ void SideBySide::applyToRecord(const Operation& operation) {
       return damage<Domain>(damagedTable(operation.value), operation);
     default:
       return leaveBehind<Domain>(tableLeft(operation.value), operation);
+  }
+}
+
+template <class Domain>
+typename Tables<Domain>::Config SideBySide::newConfig(const FlowTracking::HoFlowKey<Domain>& key) {
+  typename Tables<Domain>::Config config;
+  config.key = key;
+  config.requestTime = ++configs_;
+  return config;
+}
+
+template <class Domain>
+void SideBySide::changeQuietly(const FlowTracking::HoFlowKey<Domain>& key, bool appears) {
+  if (appears) {
+    const auto config = newConfig<Domain>(key);
+    subject_.configQuietlyIs<Domain>(config);
+    twin_.configQuietlyIs<Domain>(config);
+  } else {
+    subject_.configQuietlyDel<Domain>(key);
+    twin_.configQuietlyDel<Domain>(key);
   }
 }
 

@@ -26,6 +26,10 @@ class SideBySide {
   template <class Domain>
   void applyToRecord(const Operation& operation);
   template <class Domain>
+  typename Tables<Domain>::Config newConfig(const FlowTracking::HoFlowKey<Domain>& key);
+  template <class Domain>
+  void changeQuietly(const FlowTracking::HoFlowKey<Domain>& key, bool appears);
+  template <class Domain>
   void damage(TableName table, const Operation& operation);
   template <class Domain>
   void leaveBehind(TableName table, const Operation& operation);

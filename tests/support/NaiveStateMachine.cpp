@@ -1,6 +1,7 @@
 #include "NaiveStateMachine.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Naive {
 
@@ -73,7 +74,31 @@ void StateMachine::scanSlice(unsigned entries) {
     at = next;
   }
   scan_.streamScan[kFamily] = true;
-  initialScanEnded();
+  if (!initialScanDone_) return initialScanEnded();
+  if (std::exchange(walks<Domain>().sweepBehind, false)) sweep<Domain>();
+}
+
+template <class Domain>
+void StateMachine::sweep() {
+  const Tables<Domain>& tables = world_.tables<Domain>();
+  for (auto at = tables.status.first(); at; at = tables.status.after(*at)) {
+    if (!tables.config.get(*at)) event<Domain>(*at);
+  }
+  for (auto at = tables.overflow.first(); at; at = tables.overflow.after(*at)) {
+    if (!tables.config.get(*at)) event<Domain>(*at);
+  }
+}
+
+template <class Domain>
+void StateMachine::lookAgain() {
+  if (!active_) return;
+  walks<Domain>().scanned.reset();
+  walks<Domain>().sweepBehind = true;
+  if (mode_ == Mode::synchronous) {
+    scanSlice<Domain>(kAll);
+  } else {
+    append({Work::Kind::scan, FlowTracking::IpFamily<Domain>::kIndex});
+  }
 }
 
 void StateMachine::initialScanEnded() {
@@ -173,5 +198,8 @@ bool StateMachine::reconcile(Output output, unsigned entries, bool ownWork) {
   mine.seen.clear();
   return true;
 }
+
+template void StateMachine::lookAgain<V4>();
+template void StateMachine::lookAgain<V6>();
 
 }  // namespace Naive

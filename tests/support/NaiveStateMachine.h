@@ -38,6 +38,10 @@ class StateMachine {
   // A wanted offload appeared, changed or went.
   template <class Domain>
   void configChanged(const FlowTracking::HoFlowKey<Domain>& key);
+  // Wanted offloads may have appeared, changed and gone: they are scanned once more, from the first, and what
+  // has a status or waits for room and is not wanted any more is dropped behind that.
+  template <class Domain>
+  void lookAgain();
   // Timers whose time has come become work. To be called when the time has changed.
   void fireTimers();
   // Lets the first work of the list do so many entries, at least one.
@@ -77,7 +81,8 @@ class StateMachine {
   template <class Domain>
   struct Walks {
     std::optional<FlowTracking::HoFlowKey<Domain>> scanned;  // the scan goes on behind it
-    std::optional<FlowTracking::FlowKey<Domain>> copied;     // the pass goes on behind it
+    bool sweepBehind = false;  // what is not wanted any more is dropped behind the scan
+    std::optional<FlowTracking::FlowKey<Domain>> copied;  // the pass goes on behind it
   };
   // What the statements of an event look at.
   template <class Domain>
@@ -96,6 +101,8 @@ class StateMachine {
   unsigned share(unsigned entries) const { return mode_ == Mode::synchronous ? kAll : entries; }
   template <class Domain>
   void scanSlice(unsigned entries);
+  template <class Domain>
+  void sweep();
   template <class Domain>
   void copySlice(unsigned entries);
   template <class Domain>

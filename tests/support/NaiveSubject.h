@@ -57,6 +57,19 @@ class Subject {
   void configDel(const FlowTracking::HoFlowKey<Domain>& key) {
     config->map<Domain>().erase(key);
   }
+  // As another process does it, whose changes have not been told here.
+  template <class Domain>
+  void configQuietlyIs(const typename Tables<Domain>::Config& record) {
+    config->map<Domain>().table()->store(&record);
+  }
+  template <class Domain>
+  void configQuietlyDel(const FlowTracking::HoFlowKey<Domain>& key) {
+    config->map<Domain>().table()->erase(&key);
+  }
+  template <class Domain>
+  void lookAgain() {
+    config->collectionChanged(config->map<Domain>(), nullptr);
+  }
   void budgetIs(std::uint32_t flows) {
     budget_ = flows;
     helper_->maxInHardwareFlowsIs(flows);

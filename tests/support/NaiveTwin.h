@@ -40,6 +40,18 @@ class Twin {
     config.del(key);
     if (machine_ && config.size() != before) machine_->configChanged<Domain>(key);
   }
+  template <class Domain>
+  void configQuietlyIs(const typename Tables<Domain>::Config& config) {
+    world.tables<Domain>().config.put(config.key, config);
+  }
+  template <class Domain>
+  void configQuietlyDel(const FlowTracking::HoFlowKey<Domain>& key) {
+    world.tables<Domain>().config.del(key);
+  }
+  template <class Domain>
+  void lookAgain() {
+    if (machine_) machine_->lookAgain<Domain>();
+  }
   void budgetIs(std::uint32_t flows) { world.budget = flows; }
   template <class Domain>
   void countPacket(const FlowTracking::FlowKey<Domain>& flow, const Pavo::IntfId& intfId,

@@ -94,6 +94,21 @@ TEST(Twin, AgreesAboutAnyHistoryWithDamage) {
             {2, Kind::leftBehind}});
 }
 
+TEST(Twin, AgreesAboutAnyHistoryWithChangesThatWereNotTold) {
+  property("the same, and wanted offloads that changed unseen",
+           {{8, Kind::leftBehind}, {5, Kind::configIs}, {3, Kind::budgetIs}, {2, Kind::countPacket}},
+           {{4, Kind::configIs},
+            {3, Kind::configDel},
+            {2, Kind::budgetIs},
+            {2, Kind::countPacket},
+            {8, Kind::work},
+            {6, Kind::configQuietly},
+            {2, Kind::lookAgain},
+            {1, Kind::settle},
+            {1, Kind::damage},
+            {1, Kind::construct}});
+}
+
 TEST(History, IsTheSameAfterItWasBytes) {
   History history;
   for (unsigned kind = 0; kind < Operation::kKinds; ++kind) {
