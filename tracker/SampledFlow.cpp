@@ -91,6 +91,34 @@ FlowOrReason flowOfHeader(const FlowSample& sample, const Place& place) {
              : flowOfHeader<IPv6>(sample, place, parsed, *ipHeader);
 }
 
+// A packet that was sampled from its IP header on, as a frame: the parser begins with Ethernet.
+class Framed {
+ public:
+  explicit Framed(const FlowSample& sample) : sample_(sample) {
+    const std::uint16_t type =
+        sample.headerKind == FlowSample::HeaderKind::ip4 ? kEtherTypeIp4 : kEtherTypeIp6;
+    bytes_[kEthernetBytes - 2] = static_cast<std::uint8_t>(type >> 8);
+    bytes_[kEthernetBytes - 1] = static_cast<std::uint8_t>(type & 0xff);
+    const auto header = sample.header.first(std::min(sample.header.size(), kMostIpBytes));
+    std::copy(header.begin(), header.end(), bytes_.begin() + kEthernetBytes);
+    sample_.header = FlowSample::Bytes(bytes_).first(kEthernetBytes + header.size());
+    sample_.frameBytes += kEthernetBytes;
+  }
+  Framed(const Framed&) = delete;
+  Framed& operator=(const Framed&) = delete;
+  const FlowSample& sample() const { return sample_; }
+
+ private:
+  static constexpr std::size_t kEthernetBytes = 14;
+  static constexpr std::size_t kMostIpBytes =
+      128;  // more than a flow needs: an IP header, its options and ports
+  static constexpr std::uint16_t kEtherTypeIp4 = 0x0800;
+  static constexpr std::uint16_t kEtherTypeIp6 = 0x86dd;
+
+  std::array<std::uint8_t, kEthernetBytes + kMostIpBytes> bytes_{};
+  FlowSample sample_;
+};
+
 // Length, protocol, addresses, ports: the agent's own reading of the packet.
 template <class Domain>
 FlowOrReason flowOfAddresses(const FlowSample& sample, const Place& place, FlowSample::Bytes bytes) {
@@ -127,7 +155,11 @@ FlowOrReason flowOf(const FlowSample& sample, const AgentAddress& agent, Interfa
   const PlaceOrReason found = placeOf(sample, agent, interfaces);
   if (const auto* reason = std::get_if<NoFlow>(&found)) return *reason;
   const Place& place = std::get<Place>(found);
-  if (!sample.header.empty()) return flowOfHeader(sample, place);
+  if (!sample.header.empty()) {
+    return sample.headerKind == FlowSample::HeaderKind::ethernet
+               ? flowOfHeader(sample, place)
+               : flowOfHeader(Framed(sample).sample(), place);
+  }
   if (!sample.ip4.empty()) return flowOfAddresses<IPv4>(sample, place, sample.ip4);
   return flowOfAddresses<IPv6>(sample, place, sample.ip6);
 }

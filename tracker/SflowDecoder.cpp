@@ -21,7 +21,11 @@ constexpr std::uint32_t kSampledHeader = 1;
 constexpr std::uint32_t kSampledIp4 = 3;
 constexpr std::uint32_t kSampledIp6 = 4;
 constexpr std::uint32_t kExtendedSwitch = 1001;
+
+// Kinds of sampled headers.
 constexpr std::uint32_t kProtocolEthernet = 1;
+constexpr std::uint32_t kProtocolIp4 = 11;
+constexpr std::uint32_t kProtocolIp6 = 12;
 
 constexpr std::size_t kSampledIp4Bytes = 8 * 4;
 constexpr std::size_t kSampledIp6Bytes = 6 * 4 + 2 * 16;
@@ -35,6 +39,19 @@ SampledPort portOf(std::uint32_t format, std::uint32_t value) {
   return {static_cast<SampledPort::Format>(std::min(format, 3U)), value};
 }
 
+std::optional<FlowSample::HeaderKind> headerKindOf(std::uint32_t protocol) {
+  switch (protocol) {
+    case kProtocolEthernet:
+      return FlowSample::HeaderKind::ethernet;
+    case kProtocolIp4:
+      return FlowSample::HeaderKind::ip4;
+    case kProtocolIp6:
+      return FlowSample::HeaderKind::ip6;
+    default:
+      return std::nullopt;
+  }
+}
+
 std::optional<Malformation> readSampledHeader(Bytes bytes, FlowSample& sample) {
   XdrReader reader(bytes);
   const std::uint32_t protocol = reader.word();
@@ -44,11 +61,13 @@ std::optional<Malformation> readSampledHeader(Bytes bytes, FlowSample& sample) {
   if (reader.cut()) return Malformation::recordShort;
   const Bytes header = reader.takePadded(length);
   if (reader.cut()) return Malformation::headerLength;
-  if (protocol != kProtocolEthernet) {
+  const auto kind = headerKindOf(protocol);
+  if (!kind) {
     sample.otherHeader = true;
     return std::nullopt;
   }
   sample.header = header;
+  sample.headerKind = *kind;
   sample.frameBytes = frameBytes;
   sample.stripped = stripped;
   return std::nullopt;

@@ -63,11 +63,15 @@ struct FlowSample {
   SampledPort input;
   SampledPort output;
 
-  // The first bytes of an Ethernet frame; empty when the sample has none. Bytes of the datagram.
+  // With what a sampled header begins.
+  enum class HeaderKind : std::uint8_t { ethernet, ip4, ip6 };
+
+  // The first bytes of a packet; empty when the sample has none. Bytes of the datagram.
   Bytes header;
-  std::uint32_t frameBytes = 0;  // on the wire, frame check sequence included
+  HeaderKind headerKind = HeaderKind::ethernet;
+  std::uint32_t frameBytes = 0;  // of the packet on the wire, frame check sequence included
   std::uint32_t stripped = 0;    // of these, bytes that are not to be found behind the header
-  // A sampled header of another kind than Ethernet was there.
+  // A sampled header of another kind was there.
   bool otherHeader = false;
   // Length, protocol, addresses and ports as the agent read them, in XDR; empty when the sample has none.
   Bytes ip4;

@@ -192,6 +192,22 @@ TYPED_TEST(SampledFlowTest, WhatIsNoIpHasNoFlow) {
   EXPECT_EQ(this->reason(), NoFlow::notIp);
 }
 
+TYPED_TEST(SampledFlowTest, AHeaderThatBeginsWithIpHasTheSameFlow) {
+  using HeaderKind = FlowSample::HeaderKind;
+  for (const bool lengthKnown : {true, false}) {
+    const auto builder = this->tcp().payload(300);
+    this->packetIs(lengthKnown ? builder : PacketBuilder(builder).lengthField(0));
+    this->sample_.headerKind = HeaderKind::ethernet;
+    const auto framed = this->flow();
+    this->sample_.header = this->sample_.header.subspan(14);
+    this->sample_.frameBytes -= 14;
+    this->sample_.headerKind =
+        FlowTracking::IpFamily<TypeParam>::kIndex == 0 ? HeaderKind::ip4 : HeaderKind::ip6;
+    EXPECT_EQ(this->flow().key, framed.key);
+    EXPECT_EQ(this->flow().octets, framed.octets);
+  }
+}
+
 TYPED_TEST(SampledFlowTest, WithoutAHeaderThereIsNoFlow) {
   this->sample_.header = {};
   EXPECT_EQ(this->reason(), NoFlow::noHeader);

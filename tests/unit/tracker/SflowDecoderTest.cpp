@@ -140,6 +140,18 @@ TEST_F(SflowDecoderTest, LeavesHeadersOfOtherKindsAlone) {
   EXPECT_TRUE(only().otherHeader);
 }
 
+TEST_F(SflowDecoderTest, ReadsHeadersThatBeginWithIp) {
+  ASSERT_EQ(decode(SflowText()
+                       .flowSample({}, {sampledHeader({1, 2, 3, 4}, 40, 0, 11)})
+                       .flowSample({}, {sampledHeader({1, 2, 3, 4}, 40, 0, 12)})
+                       .bytes()),
+            std::nullopt);
+  using HeaderKind = Tracker::FlowSample::HeaderKind;
+  EXPECT_EQ(datagram().samples.at(0).headerKind, HeaderKind::ip4);
+  EXPECT_EQ(datagram().samples.at(1).headerKind, HeaderKind::ip6);
+  EXPECT_THAT(datagram().samples.at(1).header, SizeIs(4));
+}
+
 TEST_F(SflowDecoderTest, ForgetsTheDatagramBefore) {
   ASSERT_EQ(decode(SflowText().flowSample({}, {}).sample(2, {}).sample(9, {}).bytes()), std::nullopt);
   ASSERT_EQ(decode(SflowText().bytes()), std::nullopt);
