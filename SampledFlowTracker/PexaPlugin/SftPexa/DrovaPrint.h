@@ -18,8 +18,15 @@
 
 namespace SampledFlowTracker {
 
+// All of them first, so that each prints what any other can hold.
 template <class T>
 void drovaPrint(std::ostream& out, const T& value);
+template <class T>
+void drovaPrint(std::ostream& out, const std::optional<T>& value);
+template <class... Members>
+void drovaPrint(std::ostream& out, const std::tuple<Members...>& value);
+template <class T>
+void drovaPrint(std::ostream& out, const Kiv::Ptr<T>& value);
 
 // The bool mode of the stream is on for this one value only.
 inline void drovaPrint(std::ostream& out, bool value) {
