@@ -30,6 +30,9 @@ class Story {
     return *this;
   }
   Story& drop(unsigned key) { return add(Kind::configDel, key, 0); }
+  Story& wantQuietly(unsigned key) { return add(Kind::configQuietly, key, 1); }
+  Story& dropQuietly(unsigned key) { return add(Kind::configQuietly, key, 0); }
+  Story& lookAgain() { return add(Kind::lookAgain, 0, 0); }
   Story& budget(unsigned flows) { return add(Kind::budgetIs, 0, flows); }
   Story& packet(unsigned key, unsigned size = 40) { return add(Kind::countPacket, key, size); }
   Story& work(unsigned entries, unsigned times = 1) {
@@ -110,6 +113,22 @@ void scans(const Corpus& corpus) {
              Story().budget(3).want(0, 7).other().want(2, 5).synchronous().quarters(4).settle());
   corpus.put("off-in-the-scan",
              Story().want(0, 3).tasks().work(1, 5).off().want(4).work(1, 4).tasks().settle());
+  corpus.put(
+      "look-again",
+      Story().budget(2).tasks().settle().want(0, 3).dropQuietly(0).wantQuietly(8).dropQuietly(3).lookAgain());
+  corpus.put("look-again-in-the-scan", Story(true)
+                                           .budget(2)
+                                           .want(0, 5)
+                                           .tasks()
+                                           .work(4, 4)
+                                           .work(2)
+                                           .dropQuietly(1)
+                                           .wantQuietly(9)
+                                           .lookAgain()
+                                           .dropQuietly(2)
+                                           .synchronous()
+                                           .dropQuietly(3)
+                                           .lookAgain());
 }
 
 void polls(const Corpus& corpus) {
