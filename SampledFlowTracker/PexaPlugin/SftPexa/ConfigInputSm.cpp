@@ -49,18 +49,13 @@ struct ConfigTable {
   void damaged(std::string_view text) const { map().doCorruptionDetected(text); }
 };
 
-template <class Domain>
-Kiv::String scanTaskName() {
-  return fmt::format("SampledFlowTracker::SftPexaFtHOCSM-{}InputScanTask", StatementTexts<Domain>::kInputSm);
-}
-
 }  // namespace
 
 template <class Domain>
 ConfigInputSm<Domain>::ConfigInputSm(const Kiv::Ptr<const FlowTracking::HoFlowConfig>& hoFlowConfig,
                                      Statements<Domain>& statements, const FamilyOutputs<Domain>& outputs,
                                      SmFrame& frame)
-    : InputSm(scanTaskName<Domain>(), frame.drovaControl(), frame.synchronous()),
+    : InputSm(Kiv::String(Texts::kInputScanTask), frame.drovaControl(), frame.synchronous()),
       hoFlowConfig_(hoFlowConfig),
       statements_(statements),
       outputs_(outputs),
@@ -132,7 +127,7 @@ void ConfigInputSm<Domain>::doInputScan() {
                  frame_.inputSmScanState()->template scan<Domain>());
   if (scanState() == Zun::InputScanState::complete) return;
   assertThat(static_cast<bool>(hoFlowConfig_),
-             "en() && \"Sm args can only be null if marked as Optional in the SM type declaration\"");
+             R"(en() && "Sm args can only be null if marked as Optional in the SM type declaration")");
   if (phase_ == Phase::config) {
     const ConfigTable<Domain> table{*hoFlowConfig_};
     if (!walk(table, [this](const Key& key) { handleConfig(key); })) return;

@@ -26,6 +26,7 @@
 #include "OutputKey.h"
 #include "OutputTables.h"
 #include "OwnedTask.h"
+#include "Place.h"
 #include "Quell.h"
 #include "SmFrame.h"
 
@@ -88,7 +89,6 @@ class OutputBase {
   bool useBookmark_ = false;
 
  private:
-  std::string handlerName() const;
   bool predecessorsReady() const;
   bool handedOver() const;
   void yieldScan(const Run& run);
@@ -121,28 +121,28 @@ class Output : public OutputBase {
   // The writer. Each notes the key as seen while the output reconciles (U1), traces, and writes. The place is
   // the statement's own name of the entry: "hoFlowStatus.hoIpFlowStatus[ key ]"; the handler is who traces.
   template <class Value>
-  void insert(std::string_view handler, std::string_view place, const Key& key, const Value& value) {
+  void insert(std::string_view handler, const Place& place, const Key& key, const Value& value) {
     if (reconciling_) seenIs(KeyType(key));
-    frame_.trace()(SmTrace::kStatement, handler, "into( {} ): inserting k1={}, value={}", place, key, value);
-    FlowTracking::assertKeyMatches(place, value, key);
+    frame_.trace()(SmTrace::kStatement, handler, place.insertingValue, key, value);
+    FlowTracking::assertKeyMatches(place.name, value, key);
     store([&] { table_.insert(value); });
   }
-  void insert(std::string_view handler, std::string_view place, const Key& key) {
+  void insert(std::string_view handler, const Place& place, const Key& key) {
     if (reconciling_) seenIs(KeyType(key));
-    frame_.trace()(SmTrace::kStatement, handler, "into( {} ): inserting k1={}", place, key);
+    frame_.trace()(SmTrace::kStatement, handler, place.inserting, key);
     table_.insert(key);
   }
   // Inserts over what is known to be stored; the table is left alone when nothing changed.
   template <class Value>
-  void refresh(std::string_view handler, std::string_view place, const Key& key, const Value& stored,
+  void refresh(std::string_view handler, const Place& place, const Key& key, const Value& stored,
                const Value& value) {
     if (!(value == stored)) return insert(handler, place, key, value);
     if (reconciling_) seenIs(KeyType(key));
-    frame_.trace()(SmTrace::kStatement, handler, "into( {} ): inserting k1={}, value={}", place, key, value);
+    frame_.trace()(SmTrace::kStatement, handler, place.insertingValue, key, value);
   }
-  void erase(std::string_view handler, std::string_view place, const Key& key) {
+  void erase(std::string_view handler, const Place& place, const Key& key) {
     if (reconciling_) seenIs(KeyType(key));
-    frame_.trace()(SmTrace::kStatement, handler, "into( {} ): deleting k1={}", place, key);
+    frame_.trace()(SmTrace::kStatement, handler, place.deleting, key);
     store([&] { table_.erase(key); });
   }
 

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 namespace SampledFlowTracker {
@@ -23,25 +22,44 @@ enum class OutputId : std::uint8_t {
 };
 inline constexpr std::size_t kOutputs = 10;
 
-inline constexpr std::array<std::string_view, kOutputs> kOutputNames{
-    "localCounterCounterIp6CollectionOutput",  "localCounterCounterCollectionOutput",
-    "hosStateCounterHosStateIp6CounterOutput", "hoFlowStatusHoIpFlowStatusOutput",
-    "hosStateCounterHosStateIpCounterOutput",  "helperOverflowEntriesOutput",
-    "hoFlowCounterHoIp6FlowCounterOutput",     "hoFlowStatusHoIp6FlowStatusOutput",
-    "hoFlowCounterHoIpFlowCounterOutput",      "helperOverflow6EntriesOutput",
+// What an output is called, and traces. "{:}" stands for a value; "%s" for the text of a key and of its flag.
+struct OutputTexts {
+  std::string_view name;
+  std::string_view handler;
+  std::string_view task;
+  std::string_view reconciling;
+  std::string_view inputScansComplete;
+  std::string_view keyType;
 };
+// The first letter of a name, small and capital, and the rest of it.
+#define SFT_OUTPUT_TEXTS(small, capital, rest)                                                               \
+  {                                                                                                          \
+    small rest, "handle" capital rest "InputReady", "SftPexaFtHOCSM-" small rest "Task",                     \
+        "Reconciling " small rest ": {:}", "Input scans for " small rest " complete",                        \
+        "Value('SampledFlowTracker::SftPexaFtHOCSM::" capital rest "KeyType', ** {'k0': %s, 'k0Valid': %s})" \
+  }
+inline constexpr std::array<OutputTexts, kOutputs> kOutputTexts{{
+    SFT_OUTPUT_TEXTS("l", "L", "ocalCounterCounterIp6CollectionOutput"),
+    SFT_OUTPUT_TEXTS("l", "L", "ocalCounterCounterCollectionOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "osStateCounterHosStateIp6CounterOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "oFlowStatusHoIpFlowStatusOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "osStateCounterHosStateIpCounterOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "elperOverflowEntriesOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "oFlowCounterHoIp6FlowCounterOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "oFlowStatusHoIp6FlowStatusOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "oFlowCounterHoIpFlowCounterOutput"),
+    SFT_OUTPUT_TEXTS("h", "H", "elperOverflow6EntriesOutput"),
+}};
+#undef SFT_OUTPUT_TEXTS
 
 constexpr std::size_t indexOf(OutputId id) {
   return static_cast<std::size_t>(id);
 }
-constexpr std::string_view nameOf(OutputId id) {
-  return kOutputNames[indexOf(id)];
+constexpr const OutputTexts& textsOf(OutputId id) {
+  return kOutputTexts[indexOf(id)];
 }
-// The name with a capital first letter: "HoFlowStatusHoIpFlowStatusOutput".
-inline std::string typeNameOf(OutputId id) {
-  std::string name(nameOf(id));
-  name[0] = static_cast<char>(name[0] - 'a' + 'A');
-  return name;
+constexpr std::string_view nameOf(OutputId id) {
+  return textsOf(id).name;
 }
 
 // The ready chain: an output is reconciled only when all before it here are ready. Counts come after the

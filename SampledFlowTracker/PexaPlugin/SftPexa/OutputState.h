@@ -21,6 +21,32 @@ class OutputState : public Kiv::Entity {
   const Kiv::Type& fwkType() const override { return kivType(); }
 
   bool outputReady(OutputId id) const { return flags_[indexOf(id)]; }
+  bool localCounterCounterIp6CollectionOutputReady() const {
+    return outputReady(OutputId::localCounterCounterIp6Collection);
+  }
+  bool localCounterCounterCollectionOutputReady() const {
+    return outputReady(OutputId::localCounterCounterCollection);
+  }
+  bool hosStateCounterHosStateIp6CounterOutputReady() const {
+    return outputReady(OutputId::hosStateCounterHosStateIp6Counter);
+  }
+  bool hoFlowStatusHoIpFlowStatusOutputReady() const {
+    return outputReady(OutputId::hoFlowStatusHoIpFlowStatus);
+  }
+  bool hosStateCounterHosStateIpCounterOutputReady() const {
+    return outputReady(OutputId::hosStateCounterHosStateIpCounter);
+  }
+  bool helperOverflowEntriesOutputReady() const { return outputReady(OutputId::helperOverflowEntries); }
+  bool hoFlowCounterHoIp6FlowCounterOutputReady() const {
+    return outputReady(OutputId::hoFlowCounterHoIp6FlowCounter);
+  }
+  bool hoFlowStatusHoIp6FlowStatusOutputReady() const {
+    return outputReady(OutputId::hoFlowStatusHoIp6FlowStatus);
+  }
+  bool hoFlowCounterHoIpFlowCounterOutputReady() const {
+    return outputReady(OutputId::hoFlowCounterHoIpFlowCounter);
+  }
+  bool helperOverflow6EntriesOutputReady() const { return outputReady(OutputId::helperOverflow6Entries); }
   bool ready() const { return ready_; }
   // Marks an output ready, recomputes ready(), and tells the reactors of the output.
   void outputReadyIs(OutputId id);

@@ -5,23 +5,21 @@ namespace SampledFlowTracker {
 
 void OutputBase::taskIs() {
   const Zun::SmControl& control = frame_.drovaControl();
-  task_.put(
-      control.taskScheduler->taskIs(fmt::format("SftPexaFtHOCSM-{}Task", nameOf(id_)), control.taskPriority),
-      [this] { inputReady(); });
+  task_.put(control.taskScheduler->taskIs(Kiv::String(textsOf(id_).task), control.taskPriority),
+            [this] { inputReady(); });
 }
 
 void OutputBase::reconcilingDecide() {
   const std::size_t left = entries();
   reconciling_ = left != 0;
   if (reconciling_) seenReserve(left);
-  frame_.trace()(SmTrace::kFrame, "handleInitialized", fmt::format("Reconciling {}: {{:}}", nameOf(id_)),
-                 reconciling_);
+  frame_.trace()(SmTrace::kFrame, "handleInitialized", textsOf(id_).reconciling, reconciling_);
 }
 
 void OutputBase::inputReady() {
   if (!frame_.initialized()) return;
   const SmTrace& trace = frame_.trace();
-  const std::string handler = handlerName();
+  const std::string_view handler = textsOf(id_).handler;
   trace(SmTrace::kFrame, handler, "");
   if (ready()) {
     trace(SmTrace::kFrame, handler, " .. not reconciling.");
@@ -32,7 +30,7 @@ void OutputBase::inputReady() {
     return;
   }
   if (!predecessorsReady()) return;  // U2
-  trace(SmTrace::kFrame, handler, "Input scans for {} complete", nameOf(id_));
+  trace(SmTrace::kFrame, handler, textsOf(id_).inputScansComplete);
   if (reconciling_) {
     if (handedOver()) return;  // U4
     const Run run = deletionScan();
@@ -43,12 +41,6 @@ void OutputBase::inputReady() {
     endScan(run);
   }
   frame_.outputState()->outputReadyIs(id_);
-}
-
-// Empty while nobody would see it.
-std::string OutputBase::handlerName() const {
-  if (!frame_.trace().enabled(SmTrace::kFrame)) return {};
-  return fmt::format("handle{}InputReady", typeNameOf(id_));
 }
 
 bool OutputBase::predecessorsReady() const {
@@ -70,7 +62,7 @@ bool OutputBase::givesWay(const Run& run) const {
 
 void OutputBase::yieldScan(const Run& run) {
   useBookmark_ = true;
-  frame_.trace()(SmTrace::kFrame, handlerName(),
+  frame_.trace()(SmTrace::kFrame, textsOf(id_).handler,
                  "Yielding in reconciliation processing after processing {} items, including {} deletions .",
                  run.processed, run.deletions);
   task_->taskWorkCountInc(run.processed);
@@ -79,7 +71,7 @@ void OutputBase::yieldScan(const Run& run) {
 
 void OutputBase::endScan(const Run& run) {
   frame_.trace()(
-      SmTrace::kFrame, handlerName(),
+      SmTrace::kFrame, textsOf(id_).handler,
       "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
       run.processed, run.deletions);
   if (task_) {

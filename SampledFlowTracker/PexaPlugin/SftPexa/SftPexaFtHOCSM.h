@@ -142,6 +142,11 @@ class SftPexaFtHOCSM : public Kiv::PtrInterface, public SmFrame {
 
   // The reconciliation state of each output: the seen set (Is, Del, DelAll, Has), the bookmark, the flags and
   // the task; see Output. The task is empty when synchronous, and once the output is reconciled.
+  //   hoFlowStatusHoIpFlowStatusOutputSeenIs, hoFlowStatusHoIpFlowStatusOutputSeenDel,
+  //   hoFlowStatusHoIpFlowStatusOutputSeenDelAll (and hoFlowStatusHoIpFlowStatusOutputSeen, their number, by
+  //   name), hoFlowStatusHoIpFlowStatusOutputBookmark, hoFlowStatusHoIpFlowStatusOutputUseBookmark,
+  //   hoFlowStatusHoIpFlowStatusOutputReconciling, hoFlowStatusHoIpFlowStatusOutputReconciliationTask,
+  //   hoFlowStatusHoIpFlowStatusOutputReconciliationTaskDel
 #define SFT_OUTPUT(name, Name, of)                              \
   void name##SeenIs(const Name##KeyType& key) {                 \
     of.seenIs(key);                                             \

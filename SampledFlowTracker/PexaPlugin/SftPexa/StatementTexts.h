@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Pavo.h"
+#include "Place.h"
 
 namespace SampledFlowTracker {
 
@@ -32,6 +33,8 @@ struct StatementTexts;
 template <>
 struct StatementTexts<Pavo::Traits::IPv4> : CommonTexts {
   static constexpr std::string_view kInputSm = "HoIpFlowConfigSm0";
+  static constexpr std::string_view kInputScanTask =
+      "SampledFlowTracker::SftPexaFtHOCSM-HoIpFlowConfigSm0InputScanTask";
   static constexpr std::string_view kInputHandler = "handleHoIpFlowConfig";
   static constexpr std::string_view kInputStream =
       "inputStream = from( hoFlowConfig.hoIpFlowConfig[] ): hoIpKey={} maybeConfig={}";
@@ -41,35 +44,35 @@ struct StatementTexts<Pavo::Traits::IPv4> : CommonTexts {
   static constexpr std::string_view kStatusName = "statusStream";
   static constexpr std::string_view kStatusStream =
       "statusStream = merge( inputStream, replacementStream ): key={} outOfResources={} config={} status={}";
-  static constexpr std::string_view kStatusPlace = "hoFlowStatus.hoIpFlowStatus[ key ]";
+  static constexpr Place kStatusPlace = SFT_PLACE("hoFlowStatus.hoIpFlowStatus[ key ]");
 
   static constexpr std::string_view kOverflowName = "overflowStream";
   static constexpr std::string_view kOverflowStream =
       "overflowStream = inputStream => key={} outOfResources={} config={}";
   static constexpr std::string_view kAdmitted =
       "filter( ( ( !config ) || outOfResources ) ) failed, terminating pipeline";
-  static constexpr std::string_view kOverflowPlace = "helper.overflowEntries[ key ]";
+  static constexpr Place kOverflowPlace = SFT_PLACE("helper.overflowEntries[ key ]");
 
   static constexpr std::string_view kReplacementName = "replacementStream";
   static constexpr std::string_view kReplacementStream = "replacementStream = inputStream => config={}";
   static constexpr std::string_view kFlattenOverflow =
       "flatten( helper.overflowEntries ) flattening {} elements";
-  static constexpr std::string_view kReplacementPlace = "helper.overflowEntries[ hoIpKey ]";
+  static constexpr Place kReplacementPlace = SFT_PLACE("helper.overflowEntries[ hoIpKey ]");
 
   static constexpr std::string_view kFlowCounterName = "flowCounterStream";
   static constexpr std::string_view kFlowCounterStream =
       "flowCounterStream = merge( inputStream, replacementStream ): key={} status={} flowCounter={}";
-  static constexpr std::string_view kFlowCounterPlace = "hoFlowCounter.hoIpFlowCounter[ key.ipFlowKey ]";
+  static constexpr Place kFlowCounterPlace = SFT_PLACE("hoFlowCounter.hoIpFlowCounter[ key.ipFlowKey ]");
 
   static constexpr std::string_view kDeleteLocalName = "deleteLocalCounters";
   static constexpr std::string_view kDeleteLocal =
       "deleteLocalCounters = flowCounterStream => newHosEntries={} key={}";
-  static constexpr std::string_view kLocalPlace = "localCounter.counterCollection[ key ]";
+  static constexpr Place kLocalPlace = SFT_PLACE("localCounter.counterCollection[ key ]");
 
   static constexpr std::string_view kStateCounterName = "hosStateCounterStream";
   static constexpr std::string_view kStateCounterStream =
       "hosStateCounterStream = merge( inputStream, replacementStream ): key={} status={}";
-  static constexpr std::string_view kStateCounterPlace = "hosStateCounter.hosStateIpCounter[ stateKey ]";
+  static constexpr Place kStateCounterPlace = SFT_PLACE("hosStateCounter.hosStateIpCounter[ stateKey ]");
 
   static constexpr std::string_view kCopyName = "copyLocalCounters";
   static constexpr std::string_view kCopyTask = "SftPexaFtHOCSM-copyLocalCountersTask";
@@ -82,12 +85,14 @@ struct StatementTexts<Pavo::Traits::IPv4> : CommonTexts {
   static constexpr std::string_view kCopy =
       "Line 204: merge( copyLocalCounters ): key={} localValue={} value={}";
   static constexpr std::string_view kUnmatched = "no hoIpFlowCounter matching local counter key {}";
-  static constexpr std::string_view kCopyPlace = "hoFlowCounter.hoIpFlowCounter[ key ]";
+  static constexpr Place kCopyPlace = SFT_PLACE("hoFlowCounter.hoIpFlowCounter[ key ]");
 };
 
 template <>
 struct StatementTexts<Pavo::Traits::IPv6> : CommonTexts {
   static constexpr std::string_view kInputSm = "HoIp6FlowConfigSm1";
+  static constexpr std::string_view kInputScanTask =
+      "SampledFlowTracker::SftPexaFtHOCSM-HoIp6FlowConfigSm1InputScanTask";
   static constexpr std::string_view kInputHandler = "handleHoIp6FlowConfig";
   static constexpr std::string_view kInputStream =
       "input6Stream = from( hoFlowConfig.hoIp6FlowConfig[] ): hoIpKey={} maybe6Config={}";
@@ -98,35 +103,35 @@ struct StatementTexts<Pavo::Traits::IPv6> : CommonTexts {
   static constexpr std::string_view kStatusStream =
       "status6Stream = merge( input6Stream, replacement6Stream ): key={} outOfIpv6Resources={} config={} "
       "status={}";
-  static constexpr std::string_view kStatusPlace = "hoFlowStatus.hoIp6FlowStatus[ key ]";
+  static constexpr Place kStatusPlace = SFT_PLACE("hoFlowStatus.hoIp6FlowStatus[ key ]");
 
   static constexpr std::string_view kOverflowName = "overflow6Stream";
   static constexpr std::string_view kOverflowStream =
       "overflow6Stream = input6Stream => key={} outOfIpv6Resources={} config={}";
   static constexpr std::string_view kAdmitted =
       "filter( ( ( !config ) || outOfIpv6Resources ) ) failed, terminating pipeline";
-  static constexpr std::string_view kOverflowPlace = "helper.overflow6Entries[ key ]";
+  static constexpr Place kOverflowPlace = SFT_PLACE("helper.overflow6Entries[ key ]");
 
   static constexpr std::string_view kReplacementName = "replacement6Stream";
   static constexpr std::string_view kReplacementStream = "replacement6Stream = input6Stream => config={}";
   static constexpr std::string_view kFlattenOverflow =
       "flatten( helper.overflow6Entries ) flattening {} elements";
-  static constexpr std::string_view kReplacementPlace = "helper.overflow6Entries[ hoIpKey ]";
+  static constexpr Place kReplacementPlace = SFT_PLACE("helper.overflow6Entries[ hoIpKey ]");
 
   static constexpr std::string_view kFlowCounterName = "flowCounter6Stream";
   static constexpr std::string_view kFlowCounterStream =
       "flowCounter6Stream = merge( input6Stream, replacement6Stream ): key={} status={} flowCounter={}";
-  static constexpr std::string_view kFlowCounterPlace = "hoFlowCounter.hoIp6FlowCounter[ key.ipFlowKey ]";
+  static constexpr Place kFlowCounterPlace = SFT_PLACE("hoFlowCounter.hoIp6FlowCounter[ key.ipFlowKey ]");
 
   static constexpr std::string_view kDeleteLocalName = "deleteLocalIp6Counters";
   static constexpr std::string_view kDeleteLocal =
       "deleteLocalIp6Counters = flowCounter6Stream => newHosEntries={} key={}";
-  static constexpr std::string_view kLocalPlace = "localCounter.counterIp6Collection[ key ]";
+  static constexpr Place kLocalPlace = SFT_PLACE("localCounter.counterIp6Collection[ key ]");
 
   static constexpr std::string_view kStateCounterName = "hosStateCounter6Stream";
   static constexpr std::string_view kStateCounterStream =
       "hosStateCounter6Stream = merge( input6Stream, replacement6Stream ): key={} status={}";
-  static constexpr std::string_view kStateCounterPlace = "hosStateCounter.hosStateIp6Counter[ stateKey ]";
+  static constexpr Place kStateCounterPlace = SFT_PLACE("hosStateCounter.hosStateIp6Counter[ stateKey ]");
 
   static constexpr std::string_view kCopyName = "copyLocalIp6Counters";
   static constexpr std::string_view kCopyTask = "SftPexaFtHOCSM-copyLocalIp6CountersTask";
@@ -139,7 +144,7 @@ struct StatementTexts<Pavo::Traits::IPv6> : CommonTexts {
   static constexpr std::string_view kCopy =
       "Line 223: merge( copyLocalIp6Counters ): key={} localValue={} value={}";
   static constexpr std::string_view kUnmatched = "no hoIp6FlowCounter matching local counter key {}";
-  static constexpr std::string_view kCopyPlace = "hoFlowCounter.hoIp6FlowCounter[ key ]";
+  static constexpr Place kCopyPlace = SFT_PLACE("hoFlowCounter.hoIp6FlowCounter[ key ]");
 };
 
 }  // namespace SampledFlowTracker

@@ -123,7 +123,7 @@ TYPED_TEST(ReconciliationTest, BeforeTheInitialScanIsDoneAHandlerOnlyAsksForIt) 
   this->start(TestFixture::kTasks);
   TraceLines trace;
   this->statusOutput().inputReady();
-  const std::string handler = "handle" + typeNameOf(this->statusOutput().id()) + "InputReady";
+  const std::string handler = std::string(textsOf(this->statusOutput().id()).handler);
   EXPECT_THAT(trace.lines, ElementsAre(TraceLine{9, handler, ""},
                                        TraceLine{9, "handleInitialScanDone", " inputStream scan is false"}));
   EXPECT_EQ(this->statuses().size(), 3U);
@@ -135,7 +135,7 @@ TYPED_TEST(ReconciliationTest, OnceReadyAHandlerChangesNothing) {
   this->leaveStatus(this->key(1));
   TraceLines trace;
   this->statusOutput().inputReady();
-  const std::string handler = "handle" + typeNameOf(this->statusOutput().id()) + "InputReady";
+  const std::string handler = std::string(textsOf(this->statusOutput().id()).handler);
   EXPECT_THAT(trace.lines,
               ElementsAre(TraceLine{9, handler, ""}, TraceLine{9, handler, " .. not reconciling."}));
   EXPECT_TRUE(this->statusOf(this->key(1)));
@@ -148,7 +148,7 @@ TYPED_TEST(ReconciliationTest, BeforeItsTurnAHandlerReturnsWithoutAWord) {
   TraceLines trace;
   auto& overflow = this->outputs().overflow;
   overflow.inputReady();
-  const std::string handler = "handle" + typeNameOf(overflow.id()) + "InputReady";
+  const std::string handler = std::string(textsOf(overflow.id()).handler);
   EXPECT_THAT(trace.lines, ElementsAre(TraceLine{9, handler, ""}));
   EXPECT_EQ(this->waiting().size(), 3U);
 }
@@ -188,7 +188,7 @@ TEST(ReconciliationTwoFamilies, TheTenHandlersAreThoseOfTheirOutputs) {
     TraceLines trace;
     (sm.*handlers[i])();
     ASSERT_FALSE(trace.lines.empty());
-    EXPECT_EQ(trace.lines[0].handler, "handle" + typeNameOf(static_cast<OutputId>(i)) + "InputReady");
+    EXPECT_EQ(trace.lines[0].handler, std::string(textsOf(static_cast<OutputId>(i)).handler));
   }
 }
 
