@@ -266,16 +266,9 @@ class WholeLoopTest(FlowTrackerTest):
         self.write_tracker_config("samples_to_learn = 10\nidle_timeout = 600",
                                   collectors + "[ipfix]\nactive_timeout = 1\nobservation_domain = 9\n")
         tracker = self.start_tracker()
-        host, port = tracker.listening()
-
         frames = [udp_frame(*FLOW_A, b"x" * 100), udp_frame(*FLOW_B, b"y" * 1000), udp6_frame(*FLOW_6, b"z" * 37)] * self.PACKETS
         times = [number * self.SECONDS / len(frames) for number in range(len(frames))]
-        capture = self.write_capture("in.pcap", frames, times=times)
-        state = {TRACKING: {"hwOffloadIpv4": True, "hwOffloadIpv6": True, "sampleRate": 1},
-                 SAMPLING: {"ingressInterfaces": ["Ethernet1"], "egressInterfaces": list(interfaces_out)}}
-        self.write_config([("Ethernet1", "capture", capture, 33), ("Ethernet2", "write", self.dir / "out.pcap")],
-                          forward={"Ethernet1": "Ethernet2"}, state=state,
-                          extra=f'[sflow]\nagent = "192.0.2.1"\ncollectors = ["{host}:{port}"]\n[replay]\npace = "recorded"\n')
+        self.write_sampling_config(tracker, self.write_capture("in.pcap", frames, times=times), interfaces_out)
         agent = self.start_replayed()
         self.eventually(self.accounted, (1 + len(interfaces_out)) * len(frames))
         self.assertEqual(self.states(), {(flow, direction, intf): IN_HARDWARE for flow in self.flows()
@@ -287,6 +280,15 @@ class WholeLoopTest(FlowTrackerTest):
         if self.nfcapd:
             self.nfcapd.end()
         return exact
+
+    def write_sampling_config(self, tracker, capture, interfaces_out=()):
+        """An agent that replays at recorded pace and samples every packet for the tracker."""
+        host, port = tracker.listening()
+        state = {TRACKING: {"hwOffloadIpv4": True, "hwOffloadIpv6": True, "sampleRate": 1},
+                 SAMPLING: {"ingressInterfaces": ["Ethernet1"], "egressInterfaces": list(interfaces_out)}}
+        self.write_config([("Ethernet1", "capture", capture, 33), ("Ethernet2", "write", self.dir / "out.pcap")],
+                          forward={"Ethernet1": "Ethernet2"}, state=state,
+                          extra=f'[sflow]\nagent = "192.0.2.1"\ncollectors = ["{host}:{port}"]\n[replay]\npace = "recorded"\n')
 
     def accounted(self):
         """Packets that records tell of, or will."""
@@ -352,6 +354,25 @@ class WholeLoopTest(FlowTrackerTest):
             both = [collected[(*flow[:-1], direction)] for direction in (0, 1)]
             packets, octets = sent[flow]
             self.assertEqual((sum(each[0] for each in both), sum(each[1] for each in both)), (2 * packets, 2 * octets))
+
+    def test_a_flow_stays_in_hardware_while_the_tracker_is_killed_and_starts_again(self):
+        self.write_tracker_config("samples_to_learn = 1\nidle_timeout = 4")
+        tracker = self.start_tracker()
+        frames = [udp_frame(*FLOW_A)] * 1000
+        self.write_sampling_config(tracker, self.write_capture("in.pcap", frames, times=[number / 100 for number in range(1000)]))
+        agent = self.start()
+        agent.wait_ready()
+        offload = (flows.from_json(flow_key(*FLOW_A, vlan=33)), INGRESS, "Ethernet1")
+        self.eventually(self.states, {offload: IN_HARDWARE})
+        tracker.end(signal.SIGKILL)
+        self.assertEqual(self.states(), {offload: IN_HARDWARE})
+        tracker = self.start_tracker()  # listens elsewhere: only the counters tell that the flow is alive
+        tracker.wait_for("1 wanted offloads taken over")
+        self.eventually(lambda: [row["packets"] > 0 for row in self.ask("flows")], [True])
+        agent.wait_replayed()
+        self.assertEqual(self.states(), {offload: IN_HARDWARE})  # more than the idle timeout after the start
+        self.eventually(self.states, {})
+        self.assertEqual(self.statistics()["ipv4"]["idle"], 1)
 
     @unittest.skipUnless(shutil.which("tshark"), "tshark is not installed")
     def test_tshark_understands_every_message_and_sees_what_is_scaled(self):
