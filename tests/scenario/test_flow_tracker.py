@@ -104,7 +104,7 @@ class FlowTrackerTest(ScenarioTest):
 
 class LearningTest(FlowTrackerTest):
     def test_flows_are_wanted_after_enough_samples_and_no_more_when_they_are_idle(self):
-        self.write_tracker_config("samples_to_learn = 2\nidle_timeout = 1")
+        self.write_tracker_config("samples_to_learn = 2\nidle_timeout = 3")
         tracker = self.start_tracker()
         tracker.wait_ready()
         both = datagram(flow_sample(udp_frame(*FLOW_A)), flow_sample(udp6_frame(*FLOW_6), source=2))
