@@ -83,6 +83,8 @@ const Kiv::Type& ConfigInputSm<Domain>::kivType() {
           .attribute("inputScanBookmark",
                      [](const Self& self) { return self.resume_ ? self.resume_->str() : Kiv::String(); })
           .attribute("pendingNotifications", &Self::pendingNotifications)
+          .attribute("parent", [](const Self& self) { return self.frame_.self(); })
+          .attribute("root", [](const Self& self) { return self.frame_.self(); })
           .handler("doInputScan", &Self::doInputScan)
           .build();
   return type;
@@ -97,12 +99,14 @@ void ConfigInputSm<Domain>::handleConfig(const Key& key) {
 
 template <class Domain>
 void ConfigInputSm<Domain>::handleConfigReactor(const Key& key) {
+  const auto keep = frame_.self();
   notificationPending();  // I1
   if (active()) handleConfig(key);
 }
 
 template <class Domain>
 void ConfigInputSm<Domain>::handleConfigMissed() {
+  const auto keep = frame_.self();
   notificationPending();
   missed_ = true;
   // Before that, a scan of everything is still to come.
@@ -122,6 +126,7 @@ void ConfigInputSm<Domain>::hasNotificationActiveIs(bool active) {
 template <class Domain>
 void ConfigInputSm<Domain>::doInputScan() {
   if (!active()) return;  // I2
+  const auto keep = frame_.self();
   frame_.trace()(SmTrace::kFrame, "doInputScan", "scan complete: {} resumed: {} scan: {}",
                  scanState() == Zun::InputScanState::complete, resume_.has_value(),
                  frame_.inputSmScanState()->template scan<Domain>());
@@ -209,6 +214,7 @@ void ConfigInputSm<Domain>::resetWalk(Phase phase) {
 
 template <class Domain>
 void ConfigInputSm<Domain>::doDeleteAll() {
+  const auto keep = frame_.self();
   frame_.trace()(SmTrace::kFrame, "doDeleteAll", "{} deleted", Texts::kInputSm);
   assertThat(pendingNotifications() == 0, Texts::kMissedNotifications);
   const ConfigTable<Domain> table{*hoFlowConfig_};

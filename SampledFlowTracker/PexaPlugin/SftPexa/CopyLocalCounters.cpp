@@ -7,8 +7,10 @@ namespace SampledFlowTracker {
 template <class Domain>
 void CopyLocalCounters<Domain>::taskIs() {
   const Zun::SmControl& control = frame_.drovaControl();
-  task_.put(control.taskScheduler->timerTaskIs(Kiv::String(Texts::kCopyTask), control.taskPriority),
-            [this] { run(); });
+  task_.put(control.taskScheduler->timerTaskIs(Kiv::String(Texts::kCopyTask), control.taskPriority), [this] {
+    const auto keep = frame_.self();
+    run();
+  });
 }
 
 template <class Domain>

@@ -36,6 +36,7 @@ void Statements<Domain>::flowCounterStream(const Event& event, State curState) {
 template <class Domain>
 void Statements<Domain>::deleteLocalCounters(std::uint32_t newHosEntries, const FlowKey& key) {
   const SmTrace& trace = frame_.trace();
+  frame_.newHosEntriesIs(newHosEntries);
   trace(SmTrace::kStatement, Texts::kDeleteLocalName, Texts::kDeleteLocal, newHosEntries, key);
   if (newHosEntries != 0) {
     trace(SmTrace::kFilter, Texts::kDeleteLocalName, Texts::kStillReferred);

@@ -5,8 +5,10 @@ namespace SampledFlowTracker {
 
 void OutputBase::taskIs() {
   const Zun::SmControl& control = frame_.drovaControl();
-  task_.put(control.taskScheduler->taskIs(Kiv::String(textsOf(id_).task), control.taskPriority),
-            [this] { inputReady(); });
+  task_.put(control.taskScheduler->taskIs(Kiv::String(textsOf(id_).task), control.taskPriority), [this] {
+    const auto keep = frame_.self();
+    inputReady();
+  });
 }
 
 void OutputBase::reconcilingDecide() {

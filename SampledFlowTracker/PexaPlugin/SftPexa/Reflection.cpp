@@ -29,6 +29,7 @@ void addGeneral(Builder& builder) {
       .attribute("version", [](const Self&) { return 1U; })
       .attribute("validate", [](const Self&) { return true; })
       .attribute("unused", [](const Self&) { return false; })
+      .attribute("newHosEntries", &Self::newHosEntries)
       .attribute("task", [](const Self& self) { return self.drovaControl().taskName; });
 }
 

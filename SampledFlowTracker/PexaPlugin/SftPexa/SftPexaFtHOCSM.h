@@ -58,6 +58,8 @@ class SftPexaFtHOCSM : public Kiv::PtrInterface, public SmFrame {
   // Also traces into the ring of this handle from now on; null: not any more.
   void skeinHandleIs(Skein::TraceHandle* handle);
 
+  Kiv::Ptr<PtrInterface> self() override { return references() > 0 ? this : nullptr; }
+
   // Whether every output is ready; false while there are none.
   bool ready() const { return outputState() && outputState()->ready(); }
   // Ready, and nothing under way.

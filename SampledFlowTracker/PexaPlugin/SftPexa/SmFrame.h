@@ -32,6 +32,13 @@ class SmFrame {
   const Zun::SmControl& drovaControl() const { return drovaControl_; }
   bool running(const Olt::Task& task) const { return drovaControl_.taskScheduler->currentTask() == &task; }
 
+  // The state machine, counted; empty while nobody counts it (it is being built, or goes). Held by each run,
+  // because what a run writes may lead to the end of the state machine.
+  virtual Kiv::Ptr<Kiv::PtrInterface> self() = 0;
+  // The references of the flow identity that was handled last.
+  std::uint32_t newHosEntries() const { return newHosEntries_; }
+  void newHosEntriesIs(std::uint32_t references) { newHosEntries_ = references; }
+
   // Completes the initial scan once both input scans have ended.
   virtual void handleInitialScanDone() = 0;
 
@@ -53,6 +60,7 @@ class SmFrame {
 
  private:
   std::uint64_t storesFailed_ = 0;
+  std::uint32_t newHosEntries_ = 0;
   std::string lastFailure_;
 };
 

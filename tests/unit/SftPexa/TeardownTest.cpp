@@ -121,6 +121,75 @@ TYPED_TEST(TeardownTest, ItsPartsMayOutliveIt) {
   EXPECT_TRUE(this->statuses().empty());
 }
 
+// Drops the state machine as soon as it writes to a table.
+class Dropper : public Kiv::PtrInterface::NotifieeConst {
+ public:
+  Dropper(StateMachineWorld& world, const Kiv::Ptr<const Kiv::PtrInterface>& table) : world_(world) {
+    notifierIs(table);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Kiv::AttributeId) override { world_.sm.reset(); }
+
+ private:
+  StateMachineWorld& world_;
+};
+
+TYPED_TEST(TeardownTest, WithinAnEventTheEventIsCompletedAndNothingFollows) {
+  this->start();
+  const auto dropper = Kiv::makePtr<Dropper>(*this, this->hoFlowStatus);
+  this->want(this->key(1));
+  EXPECT_FALSE(this->sm);
+  EXPECT_EQ(this->stateOf(this->key(1)), HoFlowState::inHardware);
+  EXPECT_TRUE(this->counterOf(this->flow(1)));
+  EXPECT_EQ(this->count(HoFlowState::inHardware), 1U);
+  this->want(this->key(2));
+  EXPECT_FALSE(this->statusOf(this->key(2)));
+  EXPECT_THAT(this->scheduler->tasks(), IsEmpty());
+  EXPECT_EQ(this->hoFlowConfig->references(), 1U);
+}
+
+TYPED_TEST(TeardownTest, WithinARunOfTheScan) {
+  this->wantMany(1, 5);
+  this->start(TestFixture::kTasks);
+  const auto dropper = Kiv::makePtr<Dropper>(*this, this->hoFlowStatus);
+  this->runAll();
+  EXPECT_FALSE(this->sm);
+  EXPECT_GE(this->statuses().size(), 1U);
+  EXPECT_THAT(this->scheduler->tasks(), IsEmpty());
+  EXPECT_EQ(this->hoFlowConfig->references(), 1U);
+}
+
+TYPED_TEST(TeardownTest, WithinARunOfAReconciliation) {
+  for (std::uint32_t n = 1; n <= 5; ++n) this->leaveStatus(this->key(n));
+  this->start(TestFixture::kTasks);
+  while (!this->sm->initialScanDone()) ASSERT_TRUE(this->runSlice());
+  const auto dropper = Kiv::makePtr<Dropper>(*this, this->hoFlowStatus);
+  this->runAllInSlices();
+  EXPECT_FALSE(this->sm);
+  EXPECT_EQ(this->statuses().size(), 3U) << "one before, one in the run that ended it";
+  EXPECT_THAT(this->scheduler->tasks(), IsEmpty());
+}
+
+TYPED_TEST(TeardownTest, WithinARunOfThePoll) {
+  this->startAndRun();
+  this->wantMany(1, 3);
+  for (std::uint32_t n = 1; n <= 3; ++n) this->countPacket(this->flow(n));
+  const auto dropper = Kiv::makePtr<Dropper>(*this, this->hoFlowCounter);
+  this->second();
+  EXPECT_FALSE(this->sm);
+  EXPECT_THAT(this->scheduler->tasks(), IsEmpty());
+  EXPECT_EQ(this->localCounters->references(), 1U);
+}
+
+TYPED_TEST(TeardownTest, WhileTheWantedOffloadsGo) {
+  this->start();
+  this->wantMany(1, 3);
+  const auto dropper = Kiv::makePtr<Dropper>(*this, this->hoFlowStatus);
+  this->hoFlowConfig->notifieeList()->notifyZeroReferences();
+  EXPECT_FALSE(this->sm);
+  EXPECT_TRUE(this->statuses().empty());
+}
+
 TYPED_TEST(TeardownTest, TheNextOneGoesOnFromTheTables) {
   this->wantMany(1, 5);
   for (std::uint32_t n = 11; n <= 15; ++n) this->leaveStatus(this->key(n));
