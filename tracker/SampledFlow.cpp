@@ -144,14 +144,14 @@ FlowOrReason flowOfAddresses(const FlowSample& sample, const Place& place, FlowS
 }  // namespace
 
 std::string_view nameOf(NoFlow reason) {
-  static constexpr std::array<std::string_view, kNoFlows> kNames = {"noHeader", "notIp", "notTcpUdp",
-                                                                    "noDirection", "unknownInterface"};
+  static constexpr std::array<std::string_view, kNoFlows> kNames = {
+      "noHeader", "otherHeader", "notIp", "notTcpUdp", "noDirection", "unknownInterface"};
   return kNames[static_cast<std::size_t>(reason)];
 }
 
 FlowOrReason flowOf(const FlowSample& sample, const AgentAddress& agent, Interfaces& interfaces) {
   const bool sampledAny = !sample.header.empty() || !sample.ip4.empty() || !sample.ip6.empty();
-  if (!sampledAny) return NoFlow::noHeader;
+  if (!sampledAny) return sample.otherHeader ? NoFlow::otherHeader : NoFlow::noHeader;
   const PlaceOrReason found = placeOf(sample, agent, interfaces);
   if (const auto* reason = std::get_if<NoFlow>(&found)) return *reason;
   const Place& place = std::get<Place>(found);

@@ -29,13 +29,14 @@ struct SampledFlow {
 
 // Why a sample has no flow.
 enum class NoFlow : std::uint8_t {
-  noHeader,          // no Ethernet header and no addresses were sampled
+  noHeader,          // neither a header nor addresses were sampled
+  otherHeader,       // a header that begins neither with Ethernet nor with IP
   notIp,             // or malformed, or behind something that is not looked through
   notTcpUdp,         // or cut off before the ports, or a later fragment
   noDirection,       // the source is neither input nor output, or no interface
   unknownInterface,  // its index is not configured
 };
-inline constexpr std::size_t kNoFlows = 5;
+inline constexpr std::size_t kNoFlows = 6;
 std::string_view nameOf(NoFlow reason);
 
 using FlowOrReason = std::variant<NoFlow, SampledFlow<Pavo::Traits::IPv4>, SampledFlow<Pavo::Traits::IPv6>>;

@@ -211,6 +211,8 @@ TYPED_TEST(SampledFlowTest, AHeaderThatBeginsWithIpHasTheSameFlow) {
 TYPED_TEST(SampledFlowTest, WithoutAHeaderThereIsNoFlow) {
   this->sample_.header = {};
   EXPECT_EQ(this->reason(), NoFlow::noHeader);
+  this->sample_.otherHeader = true;
+  EXPECT_EQ(this->reason(), NoFlow::otherHeader);
 }
 
 TYPED_TEST(SampledFlowTest, IsWhatTheAgentReadWhenItSendsNoHeader) {
