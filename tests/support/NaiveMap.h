@@ -18,20 +18,24 @@ namespace Naive {
 struct SharedTableOrder {
   template <class Key>
   static std::uint64_t place(const Key& key) {
-    std::uint64_t hash = XXH3_64bits(&key, sizeof key);
-    std::uint64_t reversed = 0;
-    for (unsigned bit = 0; bit < 64; ++bit, hash >>= 1) reversed = reversed << 1 | (hash & 1U);
-    return reversed;
+    return reversed(XXH3_64bits(&key, sizeof key));
   }
   // Damage makes the sixteenth of the order in which it stands unreadable behind what can be read of it: so a
   // table has its buckets as long as it holds no more than kMostEntries.
   static constexpr std::size_t kMostEntries = 64;
   static unsigned part(std::uint64_t place) { return static_cast<unsigned>(place >> 60); }
+  static std::uint64_t reversed(std::uint64_t bits) {
+    for (unsigned width = 1; width < 64; width *= 2) {
+      const std::uint64_t low =
+          ~std::uint64_t{0} / ((std::uint64_t{1} << width) + 1);  // every other `width` bits
+      bits = (bits & low) << width | (bits >> width & low);
+    }
+    return bits;
+  }
+  // Of two keys in one place.
   template <class Key>
-  bool operator()(const Key& a, const Key& b) const {
-    const std::uint64_t placeA = place(a);
-    const std::uint64_t placeB = place(b);
-    return placeA != placeB ? placeA < placeB : std::memcmp(&a, &b, sizeof(Key)) < 0;
+  static bool before(const Key& a, const Key& b) {
+    return std::memcmp(&a, &b, sizeof(Key)) < 0;
   }
 };
 
@@ -43,10 +47,8 @@ struct EntityMapOrder {
   }
   static unsigned part(std::uint64_t) { return 0; }
   template <class Key>
-  bool operator()(const Key& a, const Key& b) const {
-    const std::uint64_t placeA = place(a);
-    const std::uint64_t placeB = place(b);
-    return placeA != placeB ? placeA < placeB : a < b;
+  static bool before(const Key& a, const Key& b) {
+    return a < b;
   }
 };
 
@@ -55,6 +57,18 @@ class Map {
  public:
   using Key = KeyType;
   using Value = ValueType;
+
+  // A key with its place in the order.
+  struct Placed {
+    // NOLINTNEXTLINE(google-explicit-constructor): a key is meant wherever its place is asked for
+    Placed(const Key& placedKey) : key(placedKey), place(Order::place(placedKey)) {}
+    unsigned part() const { return Order::part(place); }
+    bool operator<(const Placed& other) const {
+      return place != other.place ? place < other.place : Order::before(key, other.key);
+    }
+    Key key;
+    std::uint64_t place;
+  };
 
   // Damaged records count.
   std::size_t size() const { return entries_.size(); }
@@ -79,8 +93,8 @@ class Map {
 
   // Walking: the key of the next entry; none at the end and where damage is met.
   std::optional<Key> first() const { return next(entries_.begin(), 0); }
-  std::optional<Key> after(const Key& key) const { return next(entries_.upper_bound(key), partOf(key)); }
-  std::optional<Key> atOrAfter(const Key& key) const { return next(entries_.lower_bound(key), partOf(key)); }
+  std::optional<Key> after(const Placed& at) const { return next(entries_.upper_bound(at), at.part()); }
+  std::optional<Key> atOrAfter(const Placed& at) const { return next(entries_.lower_bound(at), at.part()); }
 
   // How often damage was met by a lookup or a walk.
   unsigned damageMet() const { return damageMet_; }
@@ -90,20 +104,19 @@ class Map {
     Value value{};
     bool damaged = false;
   };
-  using Entries = std::map<Key, Entry, Order>;
+  using Entries = std::map<Placed, Entry>;
 
-  static unsigned partOf(const Key& key) { return Order::part(Order::place(key)); }
   std::optional<Key> next(typename Entries::const_iterator at, unsigned fromPart) const {
     while (at != entries_.end() && at->second.damaged) ++at;
-    for (const auto& [key, entry] : entries_) {
-      const bool before = partOf(key) < fromPart;
-      const bool behind = at != entries_.end() && partOf(key) >= partOf(at->first);
+    for (const auto& [placed, entry] : entries_) {
+      const bool before = placed.part() < fromPart;
+      const bool behind = at != entries_.end() && placed.part() >= at->first.part();
       if (!entry.damaged || before || behind) continue;
       ++damageMet_;
       return std::nullopt;
     }
     if (at == entries_.end()) return std::nullopt;
-    return at->first;
+    return at->first.key;
   }
 
   Entries entries_;

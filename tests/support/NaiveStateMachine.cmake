@@ -12,4 +12,4 @@ add_library(naive_state_machine STATIC
   ${support}/NaiveStatements.cpp
   ${support}/NaiveSubject.cpp)
 target_include_directories(naive_state_machine PUBLIC ${support})
-target_link_libraries(naive_state_machine PUBLIC sft_plugin flow_records local_counters runtime)
+target_link_libraries(naive_state_machine PUBLIC sft_plugin flow_records local_counters runtime spdlog::spdlog)
