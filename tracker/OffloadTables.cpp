@@ -14,8 +14,6 @@ using FlowTracking::HoFlowConfig;
 using FlowTracking::HoFlowConfigRecord;
 using FlowTracking::HoFlowCounter;
 using FlowTracking::HoFlowStatus;
-using Pavo::Traits::IPv4;
-using Pavo::Traits::IPv6;
 
 constexpr std::string_view kTracking = "sampled";
 constexpr std::string_view kCounterName = "hfc";
@@ -141,17 +139,19 @@ void OffloadTables::deliver() {
   while (tables_ && tables_->deliver(kMostNotices)) continue;
 }
 
-template bool OffloadTables::want<IPv4>(const Key<IPv4>&, double);
-template bool OffloadTables::want<IPv6>(const Key<IPv6>&, double);
-template bool OffloadTables::unwant<IPv4>(const Key<IPv4>&);
-template bool OffloadTables::unwant<IPv6>(const Key<IPv6>&);
-template void OffloadTables::wanted<IPv4>(const std::function<void(const HoFlowConfigRecord<IPv4>&)>&) const;
-template void OffloadTables::wanted<IPv6>(const std::function<void(const HoFlowConfigRecord<IPv6>&)>&) const;
-template bool OffloadTables::inHardware<IPv4>(const Key<IPv4>&) const;
-template bool OffloadTables::inHardware<IPv6>(const Key<IPv6>&) const;
-template std::optional<FlowTracking::HoFlowCounterRecord<IPv4>> OffloadTables::counter<IPv4>(
-    const FlowTracking::FlowKey<IPv4>&) const;
-template std::optional<FlowTracking::HoFlowCounterRecord<IPv6>> OffloadTables::counter<IPv6>(
-    const FlowTracking::FlowKey<IPv6>&) const;
+template bool OffloadTables::want<Pavo::Traits::IPv4>(const Key<Pavo::Traits::IPv4>&, double);
+template bool OffloadTables::want<Pavo::Traits::IPv6>(const Key<Pavo::Traits::IPv6>&, double);
+template bool OffloadTables::unwant<Pavo::Traits::IPv4>(const Key<Pavo::Traits::IPv4>&);
+template bool OffloadTables::unwant<Pavo::Traits::IPv6>(const Key<Pavo::Traits::IPv6>&);
+template void OffloadTables::wanted<Pavo::Traits::IPv4>(
+    const std::function<void(const HoFlowConfigRecord<Pavo::Traits::IPv4>&)>&) const;
+template void OffloadTables::wanted<Pavo::Traits::IPv6>(
+    const std::function<void(const HoFlowConfigRecord<Pavo::Traits::IPv6>&)>&) const;
+template bool OffloadTables::inHardware<Pavo::Traits::IPv4>(const Key<Pavo::Traits::IPv4>&) const;
+template bool OffloadTables::inHardware<Pavo::Traits::IPv6>(const Key<Pavo::Traits::IPv6>&) const;
+template std::optional<FlowTracking::HoFlowCounterRecord<Pavo::Traits::IPv4>>
+OffloadTables::counter<Pavo::Traits::IPv4>(const FlowTracking::FlowKey<Pavo::Traits::IPv4>&) const;
+template std::optional<FlowTracking::HoFlowCounterRecord<Pavo::Traits::IPv6>>
+OffloadTables::counter<Pavo::Traits::IPv6>(const FlowTracking::FlowKey<Pavo::Traits::IPv6>&) const;
 
 }  // namespace Tracker
