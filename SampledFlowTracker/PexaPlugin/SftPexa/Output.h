@@ -74,15 +74,6 @@ class OutputBase {
   virtual void bookmarkReset() = 0;
   // Whether a run that has come this far gives way before its next entry.
   bool givesWay(const Run& run) const;
-  // Writes to the table; what it throws for want of room or rights is reported, the statement goes on.
-  template <class Write>
-  void store(const Write& write) {
-    try {
-      write();
-    } catch (const Quell::TableError& error) {
-      frame_.storeFailed(error.what());
-    }
-  }
 
   SmFrame& frame_;
   bool reconciling_ = false;
@@ -147,7 +138,15 @@ class Output : public OutputBase {
   }
 
  protected:
-  std::size_t entries() const override { return table_.size(); }
+  // A table that is too damaged to be counted may hold anything: it is looked through.
+  std::size_t entries() const override {
+    try {
+      return table_.size();
+    } catch (const Fenn::CorruptionDetectedException& damage) {
+      table_.damaged(damage.what());
+      return 1;
+    }
+  }
   void seenReserve(std::size_t keys) override { seen_.reserve(keys); }
   void bookmarkReset() override { bookmark_ = KeyType(); }
   Run deletionScan() override {
@@ -162,6 +161,18 @@ class Output : public OutputBase {
   }
 
  private:
+  // Writes to the table; what it throws for want of room or rights, or for damage, is reported, the statement
+  // goes on.
+  template <class Write>
+  void store(const Write& write) {
+    try {
+      write();
+    } catch (const Quell::TableError& error) {
+      frame_.storeFailed(error.what());
+    } catch (const Fenn::CorruptionDetectedException& damage) {
+      table_.damaged(damage.what());
+    }
+  }
   void walk(Run& run) {
     Key key{};
     bool more = useBookmark_ ? table_.atOrAfter(bookmark_.k0, key) : table_.first(key);

@@ -180,5 +180,39 @@ TYPED_TEST(DamageTest, AReconciliationInSlicesThatMeetsDamageIsDone) {
   EXPECT_TRUE(this->statuses().has(order[39])) << "behind the damage nothing is looked at";
 }
 
+// Neither the number of entries nor the index can be read.
+template <class Map>
+void damageHeader(const Map& map) {
+  auto& header = map.table()->file()->header();
+  header.state.store(header.state.load() ^ 0x100000000000U);
+  header.entries.store(header.entries.load() ^ 0x100000000000U);
+}
+
+TYPED_TEST(DamageTest, ATableThatCannotBeCountedIsReportedAndHealedByTheNextStore) {
+  this->leaveStatus(this->key(1));
+  this->leaveStatus(this->key(2));
+  this->statuses().table()->writingDel();
+  damageHeader(this->statuses());
+  // As the next process has it.
+  this->statuses().tableIs(std::make_shared<Quell::Table>(this->statuses().table()->file()));
+  DamageReports reports(this->statuses());
+  EXPECT_NO_THROW(this->start());
+  EXPECT_GE(reports.texts.size(), 2U) << "counting it, and walking it";
+  EXPECT_TRUE(this->sm->ready());
+  this->want(this->key(3));
+  EXPECT_EQ(this->stateOf(this->key(3)), kInHardware);
+  EXPECT_TRUE(this->statusOf(this->key(1))) << "not reconciled: its output is ready";
+}
+
+TYPED_TEST(DamageTest, AWithdrawalFromATableThatCannotBeCountedIsReported) {
+  this->start();
+  this->want(this->key(1));
+  damageHeader(this->statuses());
+  DamageReports reports(this->statuses());
+  EXPECT_NO_THROW(this->unwant(this->key(1)));
+  EXPECT_GE(reports.texts.size(), 1U);
+  EXPECT_FALSE(this->counterOf(this->flow(1))) << "the rest of the event went on";
+}
+
 }  // namespace
 }  // namespace SampledFlowTracker

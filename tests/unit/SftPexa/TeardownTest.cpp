@@ -121,6 +121,28 @@ TYPED_TEST(TeardownTest, ItsPartsMayOutliveIt) {
   EXPECT_TRUE(this->statuses().empty());
 }
 
+TYPED_TEST(TeardownTest, ItsTasksGoBeforeItLetsGoOfItsTables) {
+  class LookingStatus : public FlowTracking::HoFlowStatus {
+   public:
+    using HoFlowStatus::HoFlowStatus;
+    ~LookingStatus() override { *tasksLeft = scheduler->tasks().size(); }
+    Kiv::Ptr<Olt::TaskScheduler> scheduler;
+    std::size_t* tasksLeft = nullptr;
+  };
+  std::size_t tasksLeft = 99;
+  {
+    auto looking = Kiv::makePtr<LookingStatus>("status");
+    looking->scheduler = this->scheduler;
+    looking->tasksLeft = &tasksLeft;
+    this->hoFlowStatus = looking;
+  }
+  this->start(TestFixture::kTasks);
+  this->hoFlowStatus.reset();
+  ASSERT_EQ(this->scheduler->tasks().size(), 14U);
+  this->sm.reset();
+  EXPECT_EQ(tasksLeft, 0U);
+}
+
 // Drops the state machine as soon as it writes to a table.
 class Dropper : public Kiv::PtrInterface::NotifieeConst {
  public:
