@@ -33,7 +33,7 @@ std::string recordOf(const Operation& operation, TableName table) {
 
 std::string leftText(const Operation& operation) {
   const TableName table = tableLeft(operation.value);
-  const std::string record = "left behind: " + recordOf(operation, table);
+  std::string record = "left behind: " + recordOf(operation, table);
   switch (table) {
     case TableName::status:
       return fmt::format("{} state {}", record, unsigned(stateOf(operation.value)));

@@ -188,7 +188,9 @@ std::optional<std::string> firstDifference(const History& history) {
     told += fmt::format("  {}\n", text(operation));
     sides.apply(operation);
     const std::string difference = sides.difference();
-    if (!difference.empty()) return "after\n" + told + "the state machine differs:\n" + difference;
+    if (!difference.empty()) {
+      return fmt::format("after\n{}the state machine differs:\n{}", told, difference);
+    }
   }
   return std::nullopt;
 }
