@@ -15,7 +15,6 @@
 
 namespace {
 
-using Bridging::AllowedTrafficDirection;
 using Pavo::Traits::IPv4;
 using Pavo::Traits::IPv6;
 using TestSupport::extendedSwitch;

@@ -43,10 +43,11 @@ class SampledFlowTest : public testing::Test {
     packetIs(tcp());
   }
 
-  static PacketBuilder ip(PacketBuilder builder = {}) {
+  static PacketBuilder ip(const PacketBuilder& before = {}) {
+    PacketBuilder builder = before;
     return builder.ip(Addresses<Domain>::src(), Addresses<Domain>::dst());
   }
-  static PacketBuilder tcp(PacketBuilder builder = {}) { return ip(builder).tcp(1234, 80).payload(30); }
+  static PacketBuilder tcp(const PacketBuilder& before = {}) { return ip(before).tcp(1234, 80).payload(30); }
   void packetIs(const PacketBuilder& builder) {
     packet_ = builder.build();
     sample_.header = packet_.bytes;
