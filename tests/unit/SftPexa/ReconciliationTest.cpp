@@ -186,7 +186,8 @@ TEST(ReconciliationTwoFamilies, TheTenHandlersAreThoseOfTheirOutputs) {
                               &SftPexaFtHOCSM::handleHelperOverflow6EntriesOutputInputReady};
   for (std::size_t i = 0; i < kOutputs; ++i) {
     TraceLines trace;
-    (sm.*handlers[i])();
+    const Handler handler = handlers[i];
+    (sm.*handler)();
     ASSERT_FALSE(trace.lines.empty());
     EXPECT_EQ(trace.lines[0].handler, std::string(textsOf(static_cast<OutputId>(i)).handler));
   }
