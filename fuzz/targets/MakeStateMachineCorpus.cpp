@@ -167,6 +167,9 @@ void polls(const Corpus& corpus) {
                                        .work(1, 9)
                                        .quarters(8)
                                        .settle());
+  corpus.put(
+      "look-again-before-due-polls",
+      Story().budget(4).want(4).tasks().packet(4, 51).settle().quarters(5).lookAgain().quarters(8).settle());
 }
 
 void restarts(const Corpus& corpus) {

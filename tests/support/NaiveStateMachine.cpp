@@ -42,7 +42,14 @@ void StateMachine::fireTimers() {
   }
 }
 
+std::size_t StateMachine::works() const {
+  const auto due = std::count_if(timers_.begin(), timers_.end(),
+                                 [this](const Timer& timer) { return timer.due <= world_.now; });
+  return works_.size() + static_cast<std::size_t>(due);
+}
+
 void StateMachine::runWork(unsigned entries) {
+  fireTimers();
   if (works_.empty()) return;
   const Work work = works_.front();
   works_.pop_front();

@@ -42,9 +42,8 @@ class StateMachine {
   // has a status or waits for room and is not wanted any more is dropped behind that.
   template <class Domain>
   void lookAgain();
-  // Timers whose time has come become work. To be called when the time has changed.
-  void fireTimers();
-  // Lets the first work of the list do so many entries, at least one.
+  // Lets the first work of the list do so many entries, at least one. Timers whose time has come become work
+  // before, behind all there is.
   void runWork(unsigned entries);
   // From now on nothing is delivered and no work does anything.
   void notificationsOff() { active_ = false; }
@@ -56,7 +55,8 @@ class StateMachine {
   bool idle() const { return ready() && (mode_ == Mode::synchronous || scan_.idle()); }
   bool outputReady(Output output) const { return state(output).ready; }
   const ScanFlags& scan() const { return scan_; }
-  std::size_t works() const { return works_.size(); }
+  // How many works there are, with the timers whose time has come.
+  std::size_t works() const;
 
  private:
   static constexpr unsigned kAll = std::numeric_limits<unsigned>::max();
@@ -97,6 +97,7 @@ class StateMachine {
 
   // --- Work (NaiveStateMachine.cpp)
   void append(Work work);
+  void fireTimers();
   void prepend(Work work) { works_.push_front(work); }
   unsigned share(unsigned entries) const { return mode_ == Mode::synchronous ? kAll : entries; }
   template <class Domain>

@@ -1,5 +1,7 @@
 #include "NaiveSubject.h"
 
+#include "TaskThings.h"
+
 namespace Naive {
 
 Subject::Subject() : clock_(0) {
@@ -37,31 +39,19 @@ void Subject::construct(const Start& start) {
 }
 
 void Subject::work(unsigned entries) {
-  CountingSlice slice(entries);
+  TestSupport::CountedSlice slice(entries);
   scheduler_->runTask(slice);
 }
-
-namespace {
-// Asks whether to yield when it has all the time there is.
-class Asking : public Olt::TaskReactor {
- public:
-  void onTaskRun() override { yields = task()->taskShouldYield(); }
-  bool yields = false;
-};
-}  // namespace
 
 bool everyRunYields() {
   static const bool yields = [] {
     const auto scheduler = Kiv::makePtr<Olt::TaskScheduler>("asking");
     const auto task = scheduler->taskIs("asking", 0);
-    const auto asking = Kiv::makePtr<Asking>();
-    asking->notifierIs(task);
-    asking->hasNotificationActiveIs(true);
+    bool answer = false;
+    const auto asking = TestSupport::reactorOf(task, [&] { answer = task->taskShouldYield(); });
     task->scheduleTask();
-    CountingSlice slice(2);
-    scheduler->runTask(slice);
-    const bool answer = asking->yields;
-    asking->notifierIs({});
+    TestSupport::EndlessSlice all;
+    scheduler->runTask(all);
     return answer;
   }();
   return yields;

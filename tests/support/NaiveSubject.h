@@ -11,17 +11,6 @@
 
 namespace Naive {
 
-// A run that is told to yield when it asks for the n-th time.
-class CountingSlice : public Olt::Slice {
- public:
-  explicit CountingSlice(unsigned questions) : questions_(questions) {}
-  bool spent() override { return ++asked_ >= questions_; }
-
- private:
-  unsigned questions_;
-  unsigned asked_ = 0;
-};
-
 // Changes a byte of a record behind the back of its table. REQUIRES: the key is present and can be read.
 template <class Key, class Record>
 void damageRecord(const Quell::Map<Key, Record>& map, const Key& key) {

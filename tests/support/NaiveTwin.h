@@ -68,10 +68,7 @@ class Twin {
     if (machine_) machine_->runWork(entries);
   }
   std::size_t works() const { return machine_ ? machine_->works() : 0; }
-  void nowIs(double now) {
-    world.now = now;
-    if (machine_) machine_->fireTimers();
-  }
+  void nowIs(double now) { world.now = now; }
 
   // Null when there is none.
   const StateMachine* machine() const { return machine_.get(); }
