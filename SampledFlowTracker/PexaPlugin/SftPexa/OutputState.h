@@ -14,7 +14,7 @@ class OutputState : public Kiv::Entity {
   static constexpr Kiv::AttributeId attributeOf(OutputId id) {
     return static_cast<Kiv::AttributeId>(indexOf(id) + 1);
   }
-  static constexpr Kiv::AttributeId readyAttr = kOutputs + 1;
+  enum Attr : Kiv::AttributeId { readyAttr = kOutputs + 1 };
 
   OutputState() : Kiv::Entity("outputState") {}
   static const Kiv::Type& kivType();

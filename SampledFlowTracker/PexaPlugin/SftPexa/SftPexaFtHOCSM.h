@@ -151,31 +151,31 @@ class SftPexaFtHOCSM : public Kiv::PtrInterface, public SmFrame {
   //   hoFlowStatusHoIpFlowStatusOutputReconciliationTaskDel
 #define SFT_OUTPUT(name, Name, of)                              \
   void name##SeenIs(const Name##KeyType& key) {                 \
-    of.seenIs(key);                                             \
+    (of).seenIs(key);                                           \
   }                                                             \
   void name##SeenDel(const Name##KeyType& key) {                \
-    of.seenDel(key);                                            \
+    (of).seenDel(key);                                          \
   }                                                             \
   void name##SeenDelAll() {                                     \
-    of.seenDelAll();                                            \
+    (of).seenDelAll();                                          \
   }                                                             \
   bool name##SeenHas(const Name##KeyType& key) const {          \
-    return of.seenHas(key);                                     \
+    return (of).seenHas(key);                                   \
   }                                                             \
   const Name##KeyType& name##Bookmark() const {                 \
-    return of.bookmark();                                       \
+    return (of).bookmark();                                     \
   }                                                             \
   bool name##UseBookmark() const {                              \
-    return of.useBookmark();                                    \
+    return (of).useBookmark();                                  \
   }                                                             \
   bool name##Reconciling() const {                              \
-    return of.reconciling();                                    \
+    return (of).reconciling();                                  \
   }                                                             \
   const Kiv::Ptr<Olt::Task>& name##ReconciliationTask() const { \
-    return of.reconciliationTask().ptr();                       \
+    return (of).reconciliationTask().ptr();                     \
   }                                                             \
   void name##ReconciliationTaskDel() {                          \
-    of.reconciliationTask().del();                              \
+    (of).reconciliationTask().del();                            \
   }
   SFT_OUTPUT(localCounterCounterIp6CollectionOutput, LocalCounterCounterIp6CollectionOutput,
              outputs6_.localCounter)
