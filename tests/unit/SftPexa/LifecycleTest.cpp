@@ -8,7 +8,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 class LifecycleTest : public ::testing::Test, public FamilyWorld<Pavo::Traits::IPv4> {
  protected:

@@ -15,7 +15,6 @@ namespace {
 
 using FlowTracking::HoFlowState;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 constexpr const char* kVariable = "MAX_HO_FLOW_ENTRIES";
