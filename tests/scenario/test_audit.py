@@ -125,7 +125,7 @@ class AuditTest(ScenarioTest):
     def test_a_word_that_after_restart_does_not_know_is_refused(self):
         self.configure("always")
         line = self.refused()
-        where = next(number for number, text in enumerate(self.config.read_text().splitlines(), 1) if "always" in text)
+        where = next(number for number, text in enumerate(self.config.read_text().splitlines(), 1) if "afterRestart" in text)
         self.assertIn(f"{self.config}:{where}: ", line)
         self.assertIn(AUDIT_CONFIG, line)
         self.assertIn('afterRestart: expected "off", "report" or "repair", got the string "always"', line)
