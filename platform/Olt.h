@@ -9,8 +9,8 @@
 //
 // O1  Of the tasks that are due, those of the smallest priority number run first.
 // O2  Tasks of one priority run in the order in which they were scheduled; one that schedules itself during
-//     its own run goes on before those scheduled after it. A timer counts as scheduled when its time has
-//     come.
+//     its own run goes on before those scheduled after it. A timer counts as scheduled when the
+//     scheduler first looks after its time has come.
 // O3  A task that is scheduled is run once, however often it was scheduled before.
 // O4  A task whose reactor is inactive when its turn comes does nothing; the run is made up for when the
 //     reactor is activated.
