@@ -1,15 +1,12 @@
 // sft [--run-dir DIR] [--json] COMMAND: the operator's command line.
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
-#include <functional>
 #include <iostream>
-#include <optional>
 
 #include "AgentCommands.h"
 #include "AuditCommands.h"
-#include "FlowViews.h"
+#include "CommandLine.h"
 #include "RecordTypes.h"
 #include "TableCommands.h"
 #include "TraceCommands.h"
@@ -17,37 +14,12 @@
 
 namespace {
 
+using Sft::command;
+using Sft::CommandLine;
+using Sft::onRun;
+
 constexpr int kFailed = 1;
 constexpr int kMisused = 2;
-
-// What the command line says. The command that was given last stands in `run`.
-struct CommandLine {
-  Sft::Context context;
-  std::string path, collection, attribute, value, entity, name;
-  std::vector<std::string> arguments;
-  int level = 0;
-  bool follow = false;
-  bool repair = false;
-  int status = 0;  // of the program, when the command could be done
-  Sft::FlowFilter filter;
-  bool onlyIpv4 = false, onlyIpv6 = false;
-  Sft::FlowArguments flow;
-  std::function<void()> run;
-
-  std::optional<std::string> optional(const std::string& text) const {
-    return text.empty() ? std::nullopt : std::optional(text);
-  }
-};
-
-CLI::App* command(CLI::App& parent, const std::string& name, const std::string& what) {
-  CLI::App* app = parent.add_subcommand(name, what);
-  app->fallthrough();
-  return app;
-}
-
-void onRun(CLI::App* app, CommandLine& line, std::function<void()> run) {
-  app->callback([&line, run = std::move(run)] { line.run = run; });
-}
 
 void addTableCommands(CLI::App& app, CommandLine& line) {
   CLI::App* table = command(app, "table", "the shared tables of the run directory")->require_subcommand(1);
