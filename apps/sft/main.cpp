@@ -11,6 +11,7 @@
 #include "TableCommands.h"
 #include "TraceCommands.h"
 #include "WantCommands.h"
+#include "agent/RunDir.h"
 
 namespace {
 
@@ -173,6 +174,7 @@ int main(int argc, char** argv) {
   }
   try {
     FlowTracking::recordTypesRegister();
+    Pexa::groupMayWriteAsIn(line.context.runDir);
     line.run();
     return line.status;
   } catch (const Sft::MisuseError& error) {

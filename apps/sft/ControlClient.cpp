@@ -1,4 +1,4 @@
-#include "AgentClient.h"
+#include "ControlClient.h"
 
 #include <fmt/format.h>
 #include <sys/socket.h>
@@ -9,36 +9,40 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
-#include "Command.h"
 #include "json/JsonText.h"
 
 namespace Sft {
 
-AgentClient::AgentClient(const std::filesystem::path& runDir) : name_(runDir / "control.sock") {
-  const auto fail = [&](std::string_view why) {
+ControlClient::ControlClient(const std::filesystem::path& socket, std::string who, std::string_view expected)
+    : name_(socket), who_(std::move(who)) {
+  const auto fail = [&](std::string_view why, bool absent) {
     if (socket_ >= 0) ::close(socket_);
-    throw CommandError(
-        fmt::format("no agent answers at {}: {}, expected a running pexa-agent (--run-dir?)", name_, why));
+    const std::string text = fmt::format("no {} answers at {}: {}, expected {}", who_, name_, why, expected);
+    if (absent) throw NobodyAnswers(text);
+    throw CommandError(text);
   };
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (name_.size() >= sizeof(address.sun_path)) fail("the path is too long for a socket");
+  if (name_.size() >= sizeof(address.sun_path)) fail("the path is too long for a socket", false);
   std::memcpy(address.sun_path, name_.data(), name_.size());
   socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (socket_ < 0) fail(std::strerror(errno));
+  if (socket_ < 0) fail(std::strerror(errno), false);
   const timeval patience{kMostSeconds, 0};
   ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-  if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-    fail(std::strerror(errno));
+  if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int reason = errno;
+    fail(std::strerror(reason), reason == ENOENT || reason == ECONNREFUSED);
+  }
 }
 
-AgentClient::~AgentClient() {
+ControlClient::~ControlClient() {
   ::close(socket_);
 }
 
-void AgentClient::ask(const Kiv::Value& request, const std::function<void(const Kiv::Value&)>& row) {
+void ControlClient::ask(const Kiv::Value& request, const std::function<void(const Kiv::Value&)>& row) {
   send(Json::text(request) + '\n');
   for (;;) {
     const Kiv::Value answer = Json::parse(receiveLine());
@@ -48,16 +52,16 @@ void AgentClient::ask(const Kiv::Value& request, const std::function<void(const 
   }
 }
 
-void AgentClient::send(std::string_view text) {
+void ControlClient::send(std::string_view text) {
   while (!text.empty()) {
     const ssize_t sent = ::send(socket_, text.data(), text.size(), MSG_NOSIGNAL);
     if (sent < 0)
-      throw CommandError(fmt::format("the agent at {} takes no request: {}", name_, std::strerror(errno)));
+      throw CommandError(fmt::format("the {} at {} takes no request: {}", who_, name_, std::strerror(errno)));
     text.remove_prefix(static_cast<std::size_t>(sent));
   }
 }
 
-std::string AgentClient::receiveLine() {
+std::string ControlClient::receiveLine() {
   for (std::size_t searched = read_;;) {
     const auto end = received_.find('\n', searched);
     if (end != std::string::npos) {
@@ -71,9 +75,9 @@ std::string AgentClient::receiveLine() {
     std::array<char, 64 * 1024> bytes;
     const ssize_t got = ::recv(socket_, bytes.data(), bytes.size(), 0);
     if (got == 0)
-      throw CommandError(fmt::format("the agent at {} left before its answer was complete", name_));
+      throw CommandError(fmt::format("the {} at {} left before its answer was complete", who_, name_));
     if (got < 0) {
-      throw CommandError(fmt::format("the agent at {} does not answer: {}", name_,
+      throw CommandError(fmt::format("the {} at {} does not answer: {}", who_, name_,
                                      errno == EAGAIN ? "nothing came for 10 seconds" : std::strerror(errno)));
     }
     received_.append(bytes.data(), static_cast<std::size_t>(got));
