@@ -13,6 +13,7 @@
 #include "FlowTracker.h"
 #include "HostPort.h"
 #include "agent/ControlSocket.h"
+#include "agent/RunDir.h"
 #include "json/JsonText.h"
 
 namespace Tracker {
@@ -60,7 +61,10 @@ std::vector<Collector> collectorsOf(asio::io_context& io, const TrackerConfig& c
 const std::string& madeRunDir(const std::filesystem::path& path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
-  if (!error) return path.native();
+  if (!error) {
+    Pexa::groupMayWriteAsIn(path);
+    return path.native();
+  }
   throw std::runtime_error(
       fmt::format("run directory {}: {}, expected a directory that this process may write", path.native(),
                   error.message()));

@@ -1,4 +1,4 @@
-// pexa-agent --config FILE [--run-dir DIR] [--until-end]
+// pexa-agent --config FILE [--run-dir DIR] [--until-end] [--check]
 #include <fmt/format.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
@@ -18,10 +18,15 @@ struct Options {
   std::string config;
   std::string runDir;
   bool untilEnd = false;
+  bool check = false;
 };
 
 int run(const Options& options) {
   Pexa::AgentConfig config = Pexa::readAgentConfig(options.config);
+  if (options.check) {
+    fmt::print("{}: ok\n", options.config);
+    return 0;
+  }
   if (!options.runDir.empty()) config.runDir = options.runDir;
   return Pexa::Agent(config).run(options.untilEnd);
 }
@@ -43,11 +48,13 @@ int main(int argc, char** argv) {
   app.add_option("--run-dir", options.runDir,
                  "directory of tables, control socket and trace, before the configured one");
   app.add_flag("--until-end", options.untilEnd, "leave when every capture is replayed");
+  app.add_flag("--check", options.check,
+               "read the configuration, say whether it is right, and do nothing else");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    fmt::print(stderr, "pexa-agent: {}, expected --config FILE [--run-dir DIR] [--until-end]\n",
+    fmt::print(stderr, "pexa-agent: {}, expected --config FILE [--run-dir DIR] [--until-end] [--check]\n",
                error.what());
     return kMisused;
   }

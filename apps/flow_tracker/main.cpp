@@ -1,4 +1,4 @@
-// flow-tracker --config FILE [--run-dir DIR]
+// flow-tracker --config FILE [--run-dir DIR] [--check]
 #include <fmt/format.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
@@ -37,10 +37,15 @@ SIGTERM ends it in order, SIGUSR1 writes the statistics to the log (standard err
 struct Options {
   std::string config;
   std::string runDir;
+  bool check = false;
 };
 
 void run(const Options& options) {
   Tracker::TrackerConfig config = Tracker::readTrackerConfig(options.config);
+  if (options.check) {
+    fmt::print("{}: ok\n", options.config);
+    return;
+  }
   if (!options.runDir.empty()) config.runDir = options.runDir;
   Tracker::Daemon(config).run();
 }
@@ -63,11 +68,13 @@ int main(int argc, char** argv) {
   app.add_option("--config", options.config, "TOML configuration")->required();
   app.add_option("--run-dir", options.runDir,
                  "directory of tables and control socket, before the configured one");
+  app.add_flag("--check", options.check,
+               "read the configuration, say whether it is right, and do nothing else");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    fmt::print(stderr, "flow-tracker: {}, expected --config FILE [--run-dir DIR]\n", error.what());
+    fmt::print(stderr, "flow-tracker: {}, expected --config FILE [--run-dir DIR] [--check]\n", error.what());
     return kMisused;
   }
   logToStandardError();

@@ -11,6 +11,8 @@
 namespace Pexa {
 namespace {
 
+constexpr std::string_view kInstalledFolder = "pexa";  // in lib, where an installation has its libraries
+
 // Null with the reason when the library cannot be loaded. Types or plugins of its names that are known
 // already make its static initialisers throw.
 void* load(const std::filesystem::path& library, std::string& reason) {
@@ -33,7 +35,9 @@ std::vector<std::filesystem::path> PluginLibrary::candidates(const PluginConfig&
   const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
   const auto configDir = std::filesystem::absolute(config.place.file).parent_path();
   std::vector<std::filesystem::path> found{(configDir / name).lexically_normal()};
-  found.push_back((program.parent_path().parent_path() / "lib" / name).lexically_normal());
+  const auto lib = program.parent_path().parent_path() / "lib";
+  found.push_back((lib / name).lexically_normal());
+  found.push_back((lib / kInstalledFolder / name).lexically_normal());
   if (!name.has_parent_path()) found.push_back(name);
   return found;
 }

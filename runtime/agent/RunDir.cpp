@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,11 +29,18 @@ std::string holderOf(int lock) {
 
 }  // namespace
 
+void groupMayWriteAsIn(const std::filesystem::path& runDir) {
+  struct stat status {};
+  if (::stat(runDir.c_str(), &status) != 0 || (status.st_mode & S_IWGRP) == 0) return;
+  ::umask(::umask(0) & ~static_cast<mode_t>(S_IRWXG));
+}
+
 RunDir::RunDir(const std::filesystem::path& path) : path_(path), lock_(-1) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
   if (error) fail(path, error.message());
-  lock_ = ::open((path / "agent.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  groupMayWriteAsIn(path);
+  lock_ = ::open((path / "agent.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   if (lock_ < 0) fail(path, std::strerror(errno));
   if (::flock(lock_, LOCK_EX | LOCK_NB) != 0) {
     const std::string holder = holderOf(lock_);

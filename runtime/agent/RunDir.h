@@ -5,6 +5,11 @@
 
 namespace Pexa {
 
+// What this process makes from now on may be written by its group when the run directory may be written by
+// its own: several users may share one, and each writes tables that another one made. To be called early, by
+// a process with one thread.
+void groupMayWriteAsIn(const std::filesystem::path& runDir);
+
 class RunDir {
  public:
   // Takes the directory's lock, a file named agent.lock that holds the agent's process id; the lock goes with

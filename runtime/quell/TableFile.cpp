@@ -141,7 +141,7 @@ std::shared_ptr<TableFile> TableFile::openOrCreate(const TablePlace& place, cons
   ::unlinkat(folder.get(), draft.c_str(), 0);
   {
     const Descriptor file(
-        ::openat(folder.get(), draft.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+        ::openat(folder.get(), draft.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
     if (!file.valid()) refuse(place, fmt::format("cannot be created: {}", std::strerror(errno)));
     try {
       initialise(file.get(), place, creation);

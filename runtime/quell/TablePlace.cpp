@@ -68,7 +68,7 @@ Descriptor openFolder(const TablePlace& place, bool create) {
   }
   for (const std::string& name : folders) {
     walked += "/" + name;
-    if (create && ::mkdirat(folder.get(), name.c_str(), 0755) != 0 && errno != EEXIST) {
+    if (create && ::mkdirat(folder.get(), name.c_str(), 0777) != 0 && errno != EEXIST) {
       throw TableError(fmt::format("{}: cannot be created: {}", walked, std::strerror(errno)));
     }
     Descriptor next(::openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

@@ -101,7 +101,7 @@ std::unique_ptr<RingMapping> RingMapping::open(const std::filesystem::path& file
 
 std::unique_ptr<RingMapping> RingMapping::create(const std::filesystem::path& file, std::uint64_t bytes) {
   const std::filesystem::path made = file.string() + "." + std::to_string(::getpid());
-  Descriptor descriptor(::open(made.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+  Descriptor descriptor(::open(made.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
   if (descriptor.get() < 0) failErrno(made, "cannot create it");
   const RingHeader header = newHeader(bytes);
   const std::uint64_t whole = header.dataBytes + sizeof(RingHeader);

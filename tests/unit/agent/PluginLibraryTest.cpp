@@ -49,15 +49,16 @@ TEST(PluginLibrary, IsFoundBesideTheConfiguration) {
   EXPECT_EQ(errorOf(named("./libX.so", dir.path() + "/agent.toml")), "no error");
 }
 
-TEST(PluginLibrary, IsLookedForInThreePlaces) {
+TEST(PluginLibrary, IsLookedForBesideTheConfigurationBesideTheProgramAndWhereItIsInstalled) {
   const auto found = Pexa::PluginLibrary::candidates(named("libX.so"));
-  ASSERT_EQ(found.size(), 3U);
+  ASSERT_EQ(found.size(), 4U);
   EXPECT_EQ(found[0], "/etc/libX.so");
   EXPECT_EQ(found[1].filename(), "libX.so");
   EXPECT_EQ(found[1].parent_path().filename(), "lib");
-  EXPECT_EQ(found[2], "libX.so");
+  EXPECT_EQ(found[2], found[1].parent_path() / "pexa/libX.so");
+  EXPECT_EQ(found[3], "libX.so");
   EXPECT_THAT(Pexa::PluginLibrary::candidates(named("/a/libX.so")), ::testing::ElementsAre("/a/libX.so"));
-  EXPECT_EQ(Pexa::PluginLibrary::candidates(named("sub/libX.so")).size(), 2U);
+  EXPECT_EQ(Pexa::PluginLibrary::candidates(named("sub/libX.so")).size(), 3U);
 }
 
 TEST(PluginLibrary, ThatIsAbsentIsSaidSoWithTheLine) {
