@@ -47,6 +47,7 @@ void addViews(CLI::App& app, CommandLine& line) {
   };
   add("ports", "each port: kind, packets and bytes in and out, how its replay stands");
   add("samples", "per interface and direction: rate, pool, samples, drops");
+  add("collectors", "sFlow collectors: datagrams sent to each, and lost");
   add("reasons", "named counters: category, source, reason, count");
   add("tasks", "the work between packets: how often each task ran, and how much is left");
 }

@@ -9,6 +9,7 @@
 #include "TaskWork.h"
 #include "TraceLevels.h"
 #include "json/JsonText.h"
+#include "metrics/MetricRows.h"
 
 namespace Pexa {
 namespace {
@@ -54,6 +55,8 @@ const ControlRequests::Request ControlRequests::kRequests[] = {
     {"samples", &ControlRequests::samples},
     {"reasons", &ControlRequests::reasons},
     {"tasks", &ControlRequests::tasks},
+    {"collectors", &ControlRequests::collectors},
+    {"metrics", &ControlRequests::metrics},
     {"local", &ControlRequests::local},
     {"local display", &ControlRequests::localDisplay},
     {"state get", &ControlRequests::stateGet},
@@ -99,6 +102,19 @@ ControlSocket::Rows ControlRequests::reasons(const Value& /*request*/) {
 
 ControlSocket::Rows ControlRequests::tasks(const Value& /*request*/) {
   return rowsOf(taskRows(parts_.tasks));
+}
+
+ControlSocket::Rows ControlRequests::collectors(const Value& /*request*/) {
+  Value::List rows;
+  for (const Sflow::SflowExporter::CollectorState& each : parts_.exporter.collectors()) {
+    rows.push_back(Value::Object{
+        {"collector", each.channel->name()}, {"datagrams", each.datagrams}, {"lost", each.lost}});
+  }
+  return rowsOf(std::move(rows));
+}
+
+ControlSocket::Rows ControlRequests::metrics(const Value& /*request*/) {
+  return rowsOf(Metrics::rowsOf(parts_.metrics.snapshot()));
 }
 
 ControlSocket::Rows ControlRequests::local(const Value& /*request*/) {

@@ -2,6 +2,8 @@
 // "request" names it; the other members are its arguments:
 //
 //   ports, samples, reasons, tasks                   a row for each
+//   collectors                                       {"collector","datagrams","lost"} for each of sFlow
+//   metrics                                          a row for each number (metrics/MetricRows.h)
 //   local                                            a row for each local counter of every collection
 //   local display                                    {"collection","keyType","text"} for each collection
 //   state get   path [attribute]                     one row: the attributes with their values
@@ -15,6 +17,7 @@
 // Threading: the event thread.
 #pragma once
 
+#include "AgentMetrics.h"
 #include "AgentPorts.h"
 #include "ControlSocket.h"
 #include "EntityFinder.h"
@@ -36,6 +39,7 @@ class ControlRequests {
     Sflow::SflowExporter& exporter;
     Olt::TaskScheduler& tasks;
     Skein::TraceRing& trace;
+    AgentMetrics& metrics;
   };
   // The parts must outlive this.
   explicit ControlRequests(const Parts& parts) : parts_(parts), finder_(parts.state, parts.manager) {}
@@ -49,6 +53,8 @@ class ControlRequests {
   Rows samples(const Kiv::Value& request);
   Rows reasons(const Kiv::Value& request);
   Rows tasks(const Kiv::Value& request);
+  Rows metrics(const Kiv::Value& request);
+  Rows collectors(const Kiv::Value& request);
   Rows local(const Kiv::Value& request);
   Rows localDisplay(const Kiv::Value& request);
   Rows stateGet(const Kiv::Value& request);
