@@ -22,7 +22,13 @@ namespace Quell::Layout {
 
 static_assert(std::endian::native == std::endian::little);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free && sizeof(std::atomic<std::uint64_t>) == 8);
-using Word = std::atomic<std::uint64_t>;
+// The template through which every word of a file is accessed. std::atomic, but for who compiles the tables
+// with one that decides itself what a load sees (tests/concurrency/scheduled).
+#ifndef QUELL_ATOMIC
+#define QUELL_ATOMIC std::atomic
+#endif
+using Word = QUELL_ATOMIC<std::uint64_t>;
+static_assert(sizeof(Word) == 8);
 
 inline constexpr std::array<char, 8> kMagic{'Q', 'U', 'E', 'L', 'L', 'T', 'B', 'L'};
 inline constexpr std::uint32_t kVersion = 1;
