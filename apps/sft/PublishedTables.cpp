@@ -35,9 +35,11 @@ void requireRunDir(const Context& context) {
                                  context.runDir.native()));
 }
 
+Damages::Damages() : Damages([](const std::string& what) { fmt::print(stderr, "sft: {}\n", what); }) {}
+
 void Damages::met(const std::string& what) {
   ++count_;
-  fmt::print(stderr, "sft: {}\n", what);
+  tell_(what);
 }
 
 void Damages::requireNone() const {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,14 +29,17 @@ Kiv::String tablePath();
 // Throws CommandError unless it is there.
 void requireRunDir(const Context& context);
 
-// Damage that was met: each told on standard error, once.
+// Damage that was met: each told, on standard error unless to somebody else.
 class Damages {
  public:
+  Damages();
+  explicit Damages(std::function<void(const std::string&)> tell) : tell_(std::move(tell)) {}
   void met(const std::string& what);
   // Throws CommandError when there was any.
   void requireNone() const;
 
  private:
+  std::function<void(const std::string&)> tell_;
   std::size_t count_ = 0;
 };
 
