@@ -18,10 +18,12 @@ install(TARGETS ${libraries} LIBRARY DESTINATION ${SFT_LIBRARY_DIR})
 install(FILES packaging/man/sft.1 DESTINATION share/man/man1)
 install(FILES packaging/man/pexa-agent.toml.5 packaging/man/flow-tracker.toml.5 DESTINATION share/man/man5)
 install(FILES packaging/man/pexa-agent.8 packaging/man/flow-tracker.8 DESTINATION share/man/man8)
-install(FILES packaging/completion/sft packaging/completion/pexa-agent packaging/completion/flow-tracker
+install(FILES packaging/completion/sft packaging/completion/pexa-agent
         DESTINATION share/bash-completion/completions)
 install(FILES packaging/sysusers.d/pexa.conf DESTINATION lib/sysusers.d)
 
 # What names paths of the installation depends on the prefix, which is known when it is installed.
 install(CODE "set(sft_packaging \"${CMAKE_SOURCE_DIR}/packaging\")")
 install(SCRIPT cmake/InstallConfigured.cmake)
+install(CODE [[file(CREATE_LINK pexa-agent
+  "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/bash-completion/completions/flow-tracker" SYMBOLIC)]])

@@ -8,6 +8,7 @@
 
 #include "agent/Agent.h"
 #include "agent/AgentConfig.h"
+#include "terminal/Progress.h"
 
 namespace {
 
@@ -34,7 +35,9 @@ int run(const Options& options) {
 // Standard output belongs to nobody yet; what the agent has to say of itself goes to standard error.
 void logToStandardError() {
   spdlog::set_default_logger(spdlog::stderr_logger_st("pexa-agent"));
-  spdlog::set_pattern("%Y-%m-%dT%H:%M:%S.%e %n %l: %v");
+  // On a terminal each line first takes off the one that tells of a replay's progress.
+  const std::string erase = Terminal::watched() ? "\r\x1b[K" : "";
+  spdlog::set_pattern(erase + "%Y-%m-%dT%H:%M:%S.%e %n %l: %v");
   spdlog::flush_on(spdlog::level::info);
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -35,7 +36,15 @@ void print(std::string_view text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
+void tell(std::string_view what) {
+  Terminal::clearProgress();
+  fmt::print(stderr, "sft: {}\n", what);
+}
+
+Output::Output(bool json) : json_(json), quiet_(json && ::isatty(STDOUT_FILENO) == 1) {}
+
 void Output::row(const Kiv::Value& row) {
+  if (!quiet_) progress_.at(++rows_);
   if (json_) return print(Json::text(row) + '\n');
   Line line;
   addCells("", "value", row, line);
@@ -76,6 +85,7 @@ std::size_t Output::column(const std::string& path, const std::string& name) {
 }
 
 void Output::finish() {
+  Terminal::clearProgress();
   if (!json_) printColumns();
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
     throw CommandError("standard output could not be written, expected room for the whole answer");

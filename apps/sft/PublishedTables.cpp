@@ -35,7 +35,7 @@ void requireRunDir(const Context& context) {
                                  context.runDir.native()));
 }
 
-Damages::Damages() : Damages([](const std::string& what) { fmt::print(stderr, "sft: {}\n", what); }) {}
+Damages::Damages() : Damages(tell) {}
 
 void Damages::met(const std::string& what) {
   ++count_;

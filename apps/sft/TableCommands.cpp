@@ -40,12 +40,14 @@ Kiv::String typeOfPath(const std::string& path) {
 // the first that is wrong.
 std::vector<Value> readLines(std::istream& in, const std::function<void(const Value&)>& check) {
   std::vector<Value> values;
+  Terminal::Progress progress("lines read and checked");
   std::string line;
   for (std::size_t number = 1; std::getline(in, line); ++number) {
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
     try {
       values.push_back(Json::parse(line));
       check(values.back());
+      progress.at(number);
     } catch (const Kiv::ValueError& error) {
       throw CommandError(
           fmt::format("standard input line {}: {}; nothing was changed", number, error.what()));
@@ -64,10 +66,11 @@ std::vector<std::max_align_t> space(std::size_t bytes) {
 template <class Each>
 void forAll(const std::vector<Value>& values, const char* done, const Each& each) {
   std::size_t count = 0;
+  Terminal::Progress progress(fmt::format("records {}", done), values.size());
   try {
     for (const Value& value : values) {
       each(value);
-      ++count;
+      progress.at(++count);
     }
   } catch (const Quell::TableError& error) {
     if (count == 0) throw;
@@ -157,7 +160,7 @@ void dumpTable(const Context& context, const std::string& path, const std::strin
   table.forEach([&](const Value& record) { output.row(record); },
                 [&](const std::string& what) {
                   ++damages;
-                  fmt::print(stderr, "sft: {}\n", what);
+                  tell(what);
                 });
   output.finish();
   if (damages != 0) {

@@ -16,6 +16,7 @@
 #include "HwFlowWatcher.h"
 #include "PatchPanel.h"
 #include "PluginLibrary.h"
+#include "ReplayProgress.h"
 #include "RunDir.h"
 #include "Sflow.h"
 #include "TaskWork.h"
@@ -82,6 +83,7 @@ class Agent::Impl {
     loop_.workIs(&statusWork_);
     loop_.workIs(&tableWork_);
     loop_.workIs(&taskWork_);
+    loop_.workIs(&replayProgress_);
   }
   ~Impl() { takeDown(); }
 
@@ -210,6 +212,7 @@ class Agent::Impl {
   PortStatusWork statusWork_;
   TableWork tableWork_;
   TaskWork taskWork_;
+  ReplayProgress replayProgress_{ports_};
   std::vector<PluginLibrary> libraries_;
   ControlRequests requests_;
   std::optional<ControlSocket> control_;

@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 #include <pcap/pcap.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -65,6 +67,14 @@ CaptureReader::Result CaptureReader::next(ReceivedPacket& packet) {
     default:
       return last_ = damaged();
   }
+}
+
+double CaptureReader::read() const {
+  std::FILE* file = ::pcap_file(handle_);
+  struct stat status {};
+  if (::fstat(::fileno(file), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) return 0;
+  const auto place = static_cast<double>(std::ftell(file));
+  return std::clamp(place / static_cast<double>(status.st_size), 0.0, 1.0);
 }
 
 CaptureReader::Result CaptureReader::damaged() {

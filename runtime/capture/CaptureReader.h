@@ -30,6 +30,8 @@ class CaptureReader {
   const std::string& path() const { return path_; }
   // Packets read so far.
   std::uint64_t packets() const { return packets_; }
+  // How much of the file has been read: 0 to 1; 0 when it is no regular file.
+  double read() const;
   // After `damaged`: the file, the last good packet, where in the file reading stopped, and what is wrong
   // there.
   const std::string& error() const { return error_; }

@@ -74,6 +74,8 @@ class PortDevice {
   const PortCounts& counts() const { return counts_; }
 
   virtual ReplayState replayState() const { return ReplayState::none; }
+  // How much of the capture has been read: 0 to 1; 0 when its size cannot be told, as that of a pipe.
+  virtual double replayed() const { return 0; }
   // A held replay gives no packets. To be held before its first packet: its pace counts from that one.
   virtual void replayHeldIs(bool /*held*/) {}
   // Whether packets can pass at present. A live interface that is down comes back by itself.

@@ -29,6 +29,7 @@ class ReplayPort : public PortDevice {
   void transmit(const Pavo::Pkt& pkt, double now) override;
   double nextReceive() const override;
   ReplayState replayState() const override { return state_; }
+  double replayed() const override { return reader_.read(); }
   void replayHeldIs(bool held) override { held_ = held; }
 
  private:
