@@ -9,6 +9,7 @@
 
 #include "Kiv.h"
 #include "KivSharedMem.h"
+#include "Metrics.h"
 #include "Mirro.h"
 #include "PexaCounter.h"
 #include "PexaPipeline.h"
@@ -92,6 +93,9 @@ class PexaPluginBase : public Mirro::Mounter {
   virtual void standbyInit(PexaMode mode);
   virtual void switchoverInit(PexaMode mode);
   virtual void activeInit(PexaMode mode) = 0;
+  // Adds the plugin's numbers to a snapshot (Metrics.h). Asked at any time while it has joined, on the event
+  // thread. The base has none.
+  virtual void metricsInto(Metrics::Snapshot& snapshot) const;
 
   const Kiv::Ptr<PluginManager>& pluginManager() const { return pluginManager_; }
   bool mountsAreComplete() const { return mountsAreComplete_; }

@@ -76,7 +76,8 @@ class Agent::Impl {
         statusWork_(ports_, statusDir_),
         tableWork_(*sharedMem_),
         taskWork_(tasks_),
-        requests_({*state_, *manager_, ports_, reasons_, exporter_, *tasks_, trace_}) {
+        metrics_({*manager_, ports_, reasons_, exporter_, *tasks_, *sharedMem_, loop_.slices()}),
+        requests_({*state_, *manager_, ports_, reasons_, exporter_, *tasks_, trace_, metrics_}) {
     Skein::agentTraceHandleIs(&trace_);
     ports_.table()->sampleReceiverIs(&exporter_);
     loop_.workIs(&exportWork_);
@@ -97,8 +98,12 @@ class Agent::Impl {
     }
     ports_.openWriters();
     ports_.statusInto(*statusDir_);
-    control_.emplace(io_, runDir_.controlSocket(),
-                     [this](const Kiv::Value& request) { return requests_.answer(request); });
+    control_.emplace(io_, runDir_.controlSocket(), [this](const Kiv::Value& request) {
+      loop_.slices().begin();
+      auto rows = requests_.answer(request);
+      loop_.slices().ended(controlSlices_);
+      return rows;
+    });
   }
 
   int run(bool untilEnd) {
@@ -214,6 +219,8 @@ class Agent::Impl {
   TaskWork taskWork_;
   ReplayProgress replayProgress_{ports_};
   std::vector<PluginLibrary> libraries_;
+  AgentMetrics metrics_;
+  const LoopSlices::Kind controlSlices_ = loop_.slices().kindIs("control");
   ControlRequests requests_;
   std::optional<ControlSocket> control_;
   bool signalled_ = false;

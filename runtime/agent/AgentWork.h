@@ -14,6 +14,7 @@ namespace Pexa {
 class ExportWork : public Work {
  public:
   explicit ExportWork(Sflow::SflowExporter& exporter) : exporter_(exporter) {}
+  std::string_view name() const override { return "export"; }
   double next() const override { return exporter_.nextCounters(); }
   void run(double /*now*/, double /*slice*/) override { exporter_.countersDue(); }
   void flush() override { exporter_.flush(); }
@@ -29,6 +30,7 @@ class PortStatusWork : public Work {
 
   PortStatusWork(AgentPorts& ports, Kiv::Ptr<Interface::EthIntfStatusDir> dir)
       : ports_(ports), dir_(std::move(dir)) {}
+  std::string_view name() const override { return "ports"; }
   double next() const override { return next_; }
   void run(double now, double /*slice*/) override {
     ports_.statusInto(*dir_);
@@ -45,6 +47,7 @@ class PortStatusWork : public Work {
 class TableWork : public Work {
  public:
   explicit TableWork(Quell::SharedTables& tables) : tables_(tables) {}
+  std::string_view name() const override { return "tables"; }
   double next() const override { return pending_ ? 0 : kNever; }
   // Delivers a slice of the changes; the packets get their turn before the next one.
   void run(double now, double slice) override;

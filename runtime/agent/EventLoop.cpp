@@ -99,7 +99,7 @@ EventLoop::EventLoop(asio::io_context& io, AgentPorts& ports, PatchPanel& panel)
 EventLoop::~EventLoop() = default;
 
 void EventLoop::workIs(Work* work) {
-  work_.push_back(work);
+  work_.push_back({work, slices_.kindIs(work->name())});
   waits_->workIs(*work);
 }
 
@@ -107,8 +107,10 @@ void EventLoop::run(bool untilEnd) {
   const auto guard = asio::make_work_guard(io_);
   waits_->portsAre(ports_);
   ports_.replaysHeldIs(true);
+  slices_.begin();
   for (unsigned turn = 0; !stopped_; ++turn) {
     const bool packets = panel_.runRound() != 0;
+    packets ? slices_.ended(packetSlices_) : slices_.begin();
     const bool work = runDueWork(packets ? kBusySlice : kIdleSlice);
     if (!settled_) settle();
     if (packets || work) {
@@ -127,21 +129,22 @@ void EventLoop::run(bool untilEnd) {
 bool EventLoop::runDueWork(double slice) {
   const double now = Kiv::System::currentTimeUtc();
   bool ran = false;
-  for (Work* work : work_) {
-    if (work->next() > now) continue;
-    work->run(now, slice);
+  for (const DueWork& each : work_) {
+    if (each.work->next() > now) continue;
+    each.work->run(now, slice);
+    slices_.ended(each.kind);
     ran = true;
   }
   return ran;
 }
 
 void EventLoop::flush() {
-  for (Work* work : work_) work->flush();
+  for (const DueWork& each : work_) each.work->flush();
   ports_.flush();
 }
 
 bool EventLoop::unfinished() const {
-  return std::any_of(work_.begin(), work_.end(), [](const Work* work) { return work->unfinished(); });
+  return std::any_of(work_.begin(), work_.end(), [](const DueWork& each) { return each.work->unfinished(); });
 }
 
 void EventLoop::settle() {
@@ -155,23 +158,24 @@ void EventLoop::settle() {
 bool EventLoop::atEnd() {
   if (!settled_ || ports_.replaying()) return false;
   if (!std::exchange(capturesEnded_, true)) {
-    for (Work* work : work_) work->capturesEnded();
+    for (const DueWork& each : work_) each.work->capturesEnded();
   }
   return !unfinished();
 }
 
 void EventLoop::lookAtDescriptors() {
   ports_.reportEnds();
-  for (Work* work : work_) work->flush();
+  for (const DueWork& each : work_) each.work->flush();
   waits_->armWork();
   static constexpr int kMostHandlers = 16;  // a client that never tires must not hold up the packets
   for (int i = 0; i < kMostHandlers && io_.poll_one() != 0; ++i) continue;
+  slices_.begin();
 }
 
 void EventLoop::sleep() {
   const double now = Kiv::System::currentTimeUtc();
   double until = now + kLongestSleep;
-  for (const Work* work : work_) until = std::min(until, work->next());
+  for (const DueWork& each : work_) until = std::min(until, each.work->next());
   for (const AgentPort& port : ports_.all()) until = std::min(until, port.device->nextReceive());
   waits_->armPorts();
   // Rounded up: waking a moment too early would spin until the moment has come.

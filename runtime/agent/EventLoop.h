@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "AgentPorts.h"
+#include "LoopSlices.h"
 #include "PatchPanel.h"
 #include "Work.h"
 
@@ -48,8 +49,17 @@ class EventLoop {
   // Ends run() after the present turn. May be called from within a turn.
   void stop() { stopped_ = true; }
 
+  // Of rounds that brought packets ("packets"), of each piece of work by its name, and of whatever a handler
+  // of a descriptor notes here itself.
+  LoopSlices& slices() { return slices_; }
+  const LoopSlices& slices() const { return slices_; }
+
  private:
   class Waits;
+  struct DueWork {
+    Work* work;
+    LoopSlices::Kind kind;
+  };
   bool runDueWork(double slice);
   void flush();
   bool unfinished() const;
@@ -61,7 +71,9 @@ class EventLoop {
   asio::io_context& io_;
   AgentPorts& ports_;
   PatchPanel& panel_;
-  std::vector<Work*> work_;
+  LoopSlices slices_;
+  const LoopSlices::Kind packetSlices_ = slices_.kindIs("packets");
+  std::vector<DueWork> work_;
   std::unique_ptr<Waits> waits_;
   bool stopped_ = false;
   bool settled_ = false;

@@ -11,6 +11,7 @@ namespace Pexa {
 class TaskWork : public Work {
  public:
   explicit TaskWork(Kiv::Ptr<Olt::TaskScheduler> scheduler) : scheduler_(std::move(scheduler)) {}
+  std::string_view name() const override { return "tasks"; }
   double next() const override { return scheduler_->next(); }
   void run(double now, double slice) override;
   // While a task is due; and, once the captures have ended, until each timer that was set by then has gone

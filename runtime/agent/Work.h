@@ -2,6 +2,7 @@
 #pragma once
 
 #include <limits>
+#include <string_view>
 
 namespace Pexa {
 
@@ -10,6 +11,8 @@ class Work {
   static constexpr double kNever = std::numeric_limits<double>::infinity();
 
   virtual ~Work() = default;
+  // What kind of work it is, to tell its slices from others.
+  virtual std::string_view name() const { return "other"; }
   // When there is something to do next: UTC seconds, a time that has passed for now, kNever for not at all.
   virtual double next() const = 0;
   // Does what is due, at most about so many seconds of it. The time is the loop's, UTC seconds.

@@ -26,5 +26,6 @@ void PexaPluginBase::setupPluginManager(const Kiv::Ptr<PluginManager>& pluginMan
 
 void PexaPluginBase::standbyInit(PexaMode) {}
 void PexaPluginBase::switchoverInit(PexaMode) {}
+void PexaPluginBase::metricsInto(Metrics::Snapshot&) const {}
 
 }  // namespace Pexa

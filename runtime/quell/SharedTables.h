@@ -37,6 +37,8 @@ class SharedTables final : public KivSharedMem::EntityManager {
 
   // The mounted tables, by path.
   std::vector<Kiv::Ptr<Container>> mounted() const;
+  // How often this process was too far behind the changes of a collection; see TableWatcher.
+  std::uint64_t overruns(const MapBase& map) const { return watcher_.overruns(map); }
 
   // Wakes those who watch what this process changed.
   void flush();

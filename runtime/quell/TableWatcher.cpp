@@ -19,6 +19,7 @@ struct TableWatcher::Watched {
   int watch = -1;
   bool rung = false;        // there may be news
   bool everything = false;  // a writer left without having told all
+  std::uint64_t overruns = 0;
 };
 
 TableWatcher::TableWatcher() : notices_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
@@ -87,6 +88,7 @@ bool TableWatcher::deliver(Watched& watched, std::size_t& limit) {
       watched.journal.skip();
     } else {
       news = watched.journal.next(key.words.data());
+      if (news == JournalReader::News::everything) ++watched.overruns;
     }
     if (news == JournalReader::News::none) {
       watched.rung = false;
@@ -100,6 +102,13 @@ bool TableWatcher::deliver(Watched& watched, std::size_t& limit) {
     watched.container->collectionChanged(*watched.map, one ? told.bytes.data() : nullptr);
   }
   return true;
+}
+
+std::uint64_t TableWatcher::overruns(const MapBase& map) const {
+  for (const Watched& watched : watched_) {
+    if (watched.map == &map) return watched.overruns;
+  }
+  return 0;
 }
 
 }  // namespace Quell

@@ -34,6 +34,9 @@ class TableWatcher {
   int descriptor() const { return notices_.get(); }
   // Tells reactors of at most so many keys. True when there is more to tell: call again without waiting.
   bool deliver(std::size_t limit);
+  // How often the changes of a collection were not told one by one: the journal did not reach back to where
+  // the watcher stood, or was damaged. 0 for one that is not watched.
+  std::uint64_t overruns(const MapBase& map) const;
 
  private:
   struct Watched;

@@ -82,7 +82,11 @@ class AgentEntitiesTest : public ::testing::Test {
   Sflow::SflowExporter exporter_{Sflow::ExporterConfig{}};
   Kiv::Ptr<Olt::TaskScheduler> tasks_ = Kiv::makePtr<Olt::TaskScheduler>("tasks");
   Skein::TraceRing ring_{std::filesystem::path(dir_.path()) / "trace.ring"};
-  Pexa::ControlRequests requests_{{*state_, *manager_, ports_, reasons_, exporter_, *tasks_, ring_}};
+  Kiv::Ptr<Quell::SharedTables> tables_ = Kiv::makePtr<Quell::SharedTables>("tables", dir_.path());
+  Pexa::LoopSlices slices_;
+  Pexa::AgentMetrics metrics_{{*manager_, ports_, reasons_, exporter_, *tasks_, *tables_, slices_}};
+  Pexa::ControlRequests requests_{
+      {*state_, *manager_, ports_, reasons_, exporter_, *tasks_, ring_, metrics_}};
 };
 
 TEST_F(AgentEntitiesTest, StateIsReadAndChangedByPath) {
