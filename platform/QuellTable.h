@@ -32,6 +32,7 @@ namespace Quell {
 class TableFile;
 class TableWriter;
 struct RecordType;
+struct WalkPlace;
 
 // A walk met what cannot be read, in the part of the order that ends at resumeAt.
 class WalkDamage : public Fenn::CorruptionDetectedException {
@@ -237,6 +238,7 @@ class Table {
   mutable std::uint64_t slots_ = 0;  // that the file has room for
 
   mutable std::uint64_t damages_ = 0;
+  std::unique_ptr<WalkPlace> walk_;  // where the last step of a walk stood
   bool writing_ = false;
   std::shared_ptr<TableFile> file_;
   std::unique_ptr<TableWriter> writer_;  // null until first asked to write

@@ -13,6 +13,7 @@ Table::Table(std::shared_ptr<TableFile> file)
       records_(file->records()),
       slotBytes_(file->slotBytes()),
       slots_(file->slotsInFile()),
+      walk_(std::make_unique<WalkPlace>()),
       file_(std::move(file)) {}
 
 Table::~Table() = default;

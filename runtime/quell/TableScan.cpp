@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cstring>
+#include <iterator>
 
 #include "Quell.h"
 
@@ -114,17 +115,19 @@ TableScan::BucketLook TableScan::look(const Bucket& bucket, std::uint64_t& meta,
   }
 }
 
-template <class Visit>
-TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit) {
+template <class Visit, class Seen>
+TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit, const Seen& seen) {
   Chain chain;
   const Bucket* bucket = &file_.bucket(number);
   for (std::uint64_t length = 0; length <= kMostOverflowBuckets; ++length) {
     std::uint64_t meta = 0;
     std::array<std::uint64_t, kEntriesPerBucket> entries{};
-    if (look(*bucket, meta, entries) == BucketLook::damaged) {
+    const BucketLook result = look(*bucket, meta, entries);
+    if (result == BucketLook::damaged) {
       chain.damaged = true;
       why_ = fmt::format("bucket {} does not match its check", number);
     }
+    seen(*bucket, meta, result);
     for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
       if (entries[i] != 0 && !visit(bucket->entries[i], entries[i])) return chain;
     }
@@ -172,29 +175,75 @@ bool TableScan::isBehind(std::uint64_t position, const void* key, bool inclusive
   return order > 0 || (order == 0 && inclusive);
 }
 
-TableScan::Chain TableScan::nextInBucket(std::uint64_t number, std::uint64_t position, const void* key,
-                                         bool inclusive, bool& found) {
-  found = false;
+void TableScan::insertInOrder(const WalkPlace::Entry& entry) {
+  auto at = place_.entries.end();
+  while (at != place_.entries.begin() && std::prev(at)->position > entry.position) --at;
+  place_.entries.insert(at, entry);
+}
+
+TableScan::Chain TableScan::gather(std::uint64_t number, std::uint64_t state) {
+  place_.clear();
   bool damaged = false;
-  Chain chain = visitChain(number, [&](const Word& cell, std::uint64_t entry) {
-    const Reading reading = follow(cell, entry);
-    damaged |= reading == Reading::damaged;
-    if (reading != Reading::whole) return true;
-    if (bucketOf(hash_, table_.buckets_, table_.mask_) != number) return true;  // left behind by a split
-    if (!isBehind(position, key, inclusive)) return true;
-    const std::uint64_t here = reverseBits(hash_);
-    if (found && (here > bestPosition_ ||
-                  (here == bestPosition_ &&
-                   std::memcmp(words_.words.data(), best_.words.data(), file_.keyBytes()) >= 0))) {
-      return true;
-    }
-    found = true;
-    bestPosition_ = here;
-    std::memcpy(best_.words.data(), words_.words.data(), file_.recordBytes());
-    return true;
-  });
+  bool whole = true;
+  Chain chain = visitChain(
+      number,
+      [&](const Word& cell, std::uint64_t entry) {
+        const Reading reading = follow(cell, entry);
+        damaged |= reading == Reading::damaged;
+        whole &= reading == Reading::whole;
+        if (reading != Reading::whole) return true;
+        if (bucketOf(hash_, table_.buckets_, table_.mask_) != number) return true;  // left behind by a split
+        insertInOrder({reverseBits(hash_), &cell, entry});
+        return true;
+      },
+      [&](const Bucket& bucket, std::uint64_t meta, BucketLook look) {
+        whole &= look == BucketLook::verified;
+        place_.chain.push_back({&bucket, meta});
+      });
   chain.damaged |= damaged;
+  place_.bucket = number;
+  if (whole && !chain.changed && stateIs(state)) place_.state = state;  // W1
   return chain;
+}
+
+TableScan::Step TableScan::stepIn(std::uint64_t position, const void* key, bool inclusive, bool& damaged) {
+  bool found = false;
+  for (const WalkPlace::Entry& each : place_.entries) {
+    if (each.position < position) continue;
+    if (found && each.position != bestPosition_) break;
+    const Reading reading = follow(*each.cell, each.entry);
+    damaged |= reading == Reading::damaged;
+    if (reading != Reading::whole) continue;
+    if (reverseBits(hash_) != each.position) return Step::changed;  // another key's entry by now
+    if (!isBehind(position, key, inclusive)) continue;
+    if (found && std::memcmp(words_.words.data(), best_.words.data(), file_.keyBytes()) >= 0) continue;
+    found = true;
+    bestPosition_ = each.position;
+    std::memcpy(best_.words.data(), words_.words.data(), file_.recordBytes());
+  }
+  return found ? Step::found : Step::none;
+}
+
+// The bucket's keys share the upper bits of their place: the next such prefix, 0 behind the last one.
+std::uint64_t TableScan::behindBucket(std::uint64_t position, std::uint64_t number) const {
+  const unsigned bits = bucketBits(number, table_.buckets_);
+  if (bits == 0) return 0;
+  const std::uint64_t step = std::uint64_t{1} << (64 - bits);
+  return (position & ~(step - 1)) + step;
+}
+
+void TableScan::prefetchBehind(std::uint64_t position, std::uint64_t number) const {
+  const std::uint64_t next = behindBucket(position, number);
+  const std::uint64_t second = bucketOf(reverseBits(next), table_.buckets_, table_.mask_);
+  const Bucket& bucket = file_.bucket(second);
+  for (const Word& word : bucket.entries) {
+    const std::uint64_t slot = entrySlot(word.load(std::memory_order_relaxed));
+    if (slot >= table_.slots_) continue;
+    const auto* at = reinterpret_cast<const std::byte*>(file_.slot(slot));
+    for (const std::byte* line = at; line < at + file_.slotBytes(); line += 64) __builtin_prefetch(line);
+  }
+  const std::uint64_t third = behindBucket(next, second);
+  __builtin_prefetch(&file_.bucket(bucketOf(reverseBits(third), table_.buckets_, table_.mask_)));
 }
 
 bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, void* out) {
@@ -203,22 +252,25 @@ bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, vo
   for (;;) {
     const std::uint64_t before = state();
     const std::uint64_t number = bucketOf(reverseBits(position), table_.buckets_, table_.mask_);
-    bool found = false;
-    const Chain chain = nextInBucket(number, position, key, inclusive, found);
-    if (!stateIs(before) || chain.changed) {
+    Chain chain;
+    if (!place_.holds(before, number)) {
+      chain = gather(number, before);
+      prefetchBehind(position, number);
+    }
+    const Step step = stepIn(position, key, inclusive, chain.damaged);
+    if (!stateIs(before) || chain.changed || step == Step::changed) {
+      place_.clear();
       if (++looks == kChangedLooks) damage("the index changed faster than it could be walked");
       continue;
     }
-    if (found) {
+    if (step == Step::found) {
       std::memcpy(out, best_.words.data(), file_.recordBytes());
       return true;
     }
+    if (chain.damaged) place_.clear();
     if (chain.damaged && ++damagedLooks < kDamagedLooks) continue;
 
-    // The bucket's keys share the upper bits of their place: on to the next such prefix.
-    const unsigned bits = bucketBits(number, table_.buckets_);
-    const std::uint64_t step = bits == 0 ? 0 : std::uint64_t{1} << (64 - bits);
-    const std::uint64_t next = step == 0 ? 0 : (position & ~(step - 1)) + step;
+    const std::uint64_t next = behindBucket(position, number);
     if (chain.damaged) {
       ++table_.damages_;
       throw WalkDamage(text(why_), next == 0, next);

@@ -12,12 +12,13 @@
 #include "QuellTable.h"
 #include "quell/SlotAccess.h"
 #include "quell/TableFile.h"
+#include "quell/WalkPlace.h"
 
 namespace Quell {
 
 class TableScan {
  public:
-  explicit TableScan(const Table& table) : table_(table), file_(*table.file_) {}
+  explicit TableScan(const Table& table) : table_(table), file_(*table.file_), place_(*table.walk_) {}
 
   bool find(const void* key, std::uint64_t hash, void* out);
   // The first record at or behind a place in the order, and, where a key is given, behind the key (or at it)
@@ -35,10 +36,12 @@ class TableScan {
   // The state of the index, checked and noted in the table. Throws on damage.
   std::uint64_t state();
   bool stateIs(std::uint64_t state) const;
-  // Calls visit(cell, entry) for each entry of a bucket and its overflow buckets until it answers false.
-  template <class Visit>
-  Chain visitChain(std::uint64_t number, const Visit& visit);
   enum class BucketLook { verified, unverified, damaged };
+  static void unseen(const Layout::Bucket& /*bucket*/, std::uint64_t /*meta*/, BucketLook /*look*/) {}
+  // Calls visit(cell, entry) for each entry of a bucket and its overflow buckets until it answers false, and
+  // before those of each bucket seen(bucket, meta, look).
+  template <class Visit, class Seen = decltype(&unseen)>
+  Chain visitChain(std::uint64_t number, const Visit& visit, const Seen& seen = &unseen);
   BucketLook look(const Layout::Bucket& bucket, std::uint64_t& meta,
                   std::array<std::uint64_t, Layout::kEntriesPerBucket>& entries);
   // The record behind an entry into words_, its key's hash into hash_.
@@ -47,14 +50,22 @@ class TableScan {
   Reading follow(const Layout::Word& cell, std::uint64_t entry);
   Reading settled(const Layout::Word& cell, std::uint64_t entry, std::string why);
   bool slotExists(std::uint64_t slot) const;
+  // The entries of a bucket into place_, in table order; remembered where W1 allows it.
+  Chain gather(std::uint64_t number, std::uint64_t state);
+  void insertInOrder(const WalkPlace::Entry& entry);
   bool isBehind(std::uint64_t position, const void* key, bool inclusive) const;
-  Chain nextInBucket(std::uint64_t number, std::uint64_t position, const void* key, bool inclusive,
-                     bool& found);
+  // The first record of place_ at or behind a place in the order, into best_.
+  enum class Step { found, none, changed };
+  Step stepIn(std::uint64_t position, const void* key, bool inclusive, bool& damaged);
+  // Asks for the memory that the walk reads after a bucket.
+  void prefetchBehind(std::uint64_t position, std::uint64_t number) const;
+  std::uint64_t behindBucket(std::uint64_t position, std::uint64_t number) const;
   [[noreturn]] void damage(const std::string& why) const;
   std::string text(const std::string& why) const;
 
   const Table& table_;
   TableFile& file_;
+  WalkPlace& place_;
   std::string why_;  // what the last damage was
   std::uint64_t hash_ = 0;
   RecordWords words_;

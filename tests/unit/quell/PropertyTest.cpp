@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
+#include <array>
 #include <map>
+#include <optional>
 
 #include "QuellFiles.h"
 #include "quell/SlotAccess.h"
@@ -107,6 +109,34 @@ TEST(TableProperties, AWalkResumesFromAnyKey) {
         std::find_if(order.begin(), order.end(), [&](auto id) { return orderOf(id) >= orderOf(from); });
     RC_ASSERT(things->red().atOrAfter(keyOf(from), found) == (here != order.end()));
     if (here != order.end()) RC_ASSERT(found.key.id == *here);
+  });
+}
+
+TEST(TableProperties, AStepOfAWalkGivesWhatIsNextAtThatMomentWhateverHappenedSinceTheLast) {
+  property("two walks that take turns, over a table that changes between their steps", [] {
+    const TestSupport::TempDir dir;
+    const Files files(dir.path());
+    auto writer = files.open(4);
+    auto reader = files.open();
+    const bool other = *rc::gen::arbitrary<bool>();  // the writer's own walk, or another process's
+    const Things::Map& walked = other ? reader->red() : writer->red();
+    Model model;
+    constexpr std::uint32_t kIds = 120;  // some 30 buckets, a few of them with a chain
+    operate(writer->red(), model, kIds, 100);
+    std::array<std::optional<std::uint32_t>, 2> places;
+    for (int step = 0; step < 150; ++step) {
+      auto& place = places[*rc::gen::inRange<std::size_t>(0, 2)];
+      operate(writer->red(), model, kIds, *rc::gen::element(0U, 0U, 0U, 1U, 3U));
+      const std::vector<std::uint32_t> order = model.order();
+      const auto next = std::find_if(order.begin(), order.end(),
+                                     [&](auto id) { return !place || orderOf(id) > orderOf(*place); });
+      Thing found;
+      RC_ASSERT((place ? walked.after(keyOf(*place), found) : walked.first(found)) == (next != order.end()));
+      place.reset();  // at the end: from the beginning
+      if (next == order.end()) continue;
+      RC_ASSERT(found == thing(*next, model.stamps[*next]));
+      place = *next;
+    }
   });
 }
 
