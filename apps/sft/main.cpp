@@ -12,6 +12,7 @@
 #include "TraceCommands.h"
 #include "WantCommands.h"
 #include "agent/RunDir.h"
+#include "top/TopCommand.h"
 
 namespace {
 
@@ -166,6 +167,7 @@ int main(int argc, char** argv) {
   addAttrCommands(app, line);
   addTraceCommands(app, line);
   addAuditCommand(app, line);
+  Sft::addTopCommand(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
