@@ -22,6 +22,13 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition)
 add_link_options(-Wl,--as-needed)
 
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  # What is installed reads packets and datagrams from anybody.
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
+  add_compile_definitions(_FORTIFY_SOURCE=2)
+  add_link_options(-Wl,-z,relro,-z,now)
+endif()
+
 if(SFT_SANITIZE)
   add_compile_options(-fsanitize=${SFT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SFT_SANITIZE})

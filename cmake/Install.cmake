@@ -21,9 +21,11 @@ install(FILES packaging/man/pexa-agent.8 packaging/man/flow-tracker.8 DESTINATIO
 install(FILES packaging/completion/sft packaging/completion/pexa-agent
         DESTINATION share/bash-completion/completions)
 install(FILES packaging/sysusers.d/pexa.conf DESTINATION lib/sysusers.d)
+configure_file(packaging/debian/changelog.in ${CMAKE_BINARY_DIR}/changelog @ONLY)
+install(FILES packaging/debian/copyright ${CMAKE_BINARY_DIR}/changelog DESTINATION share/doc/pexa)
 
 # What names paths of the installation depends on the prefix, which is known when it is installed.
 install(CODE "set(sft_packaging \"${CMAKE_SOURCE_DIR}/packaging\")")
 install(SCRIPT cmake/InstallConfigured.cmake)
-install(CODE [[file(CREATE_LINK pexa-agent
-  "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/bash-completion/completions/flow-tracker" SYMBOLIC)]])
+
+include(cmake/Package.cmake)
