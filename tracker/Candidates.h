@@ -7,6 +7,7 @@
 // Threading: one thread.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -69,6 +70,12 @@ class Candidates {
   // Forgets those that were not sampled since.
   void forgetBefore(double time) {
     for (; !order_.empty() && order_.front().counts.end < time; dropOldest()) ++expired_;
+  }
+
+  // Calls with each Candidate, the one sampled last first.
+  template <class Each>
+  void forEach(const Each& each) const {
+    std::for_each(order_.rbegin(), order_.rend(), each);
   }
 
   std::size_t size() const { return order_.size(); }

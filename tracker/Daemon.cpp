@@ -24,6 +24,7 @@ using Pexa::ControlSocket;
 
 constexpr std::string_view kSocketName = "flow-tracker.sock";
 constexpr std::chrono::seconds kTick(1);
+constexpr std::size_t kMostCandidates = 1000;  // rows of each family in an answer
 
 asio::ip::udp::endpoint listenEndpoint(const TrackerConfig& config) {
   try {
@@ -148,7 +149,23 @@ class Daemon::Impl {
       tracker_.flows([&](Value::Object row) { rows.emplace_back(std::move(row)); });
       return Pexa::rowsOf(std::move(rows));
     }
-    throw Kiv::ValueError(fmt::format("no request \"{}\", expected one of: statistics, flows", text));
+    if (text == "candidates") return candidates(request);
+    throw Kiv::ValueError(
+        fmt::format("no request \"{}\", expected one of: statistics, flows, candidates", text));
+  }
+
+  ControlSocket::Rows candidates(const Value& request) const {
+    FlowTracking::FlowPattern pattern;
+    if (const Value* match = request.member("match")) {
+      pattern = Kiv::ValueTraits<FlowTracking::FlowPattern>::fromValue(*match);
+    }
+    const Value* most = request.member("most");
+    Value::List rows;
+    const std::size_t met = tracker_.candidates(
+        pattern, most != nullptr ? Kiv::unsignedFromValue(*most, kMostCandidates) : kMostCandidates,
+        [&](Value::Object row) { rows.emplace_back(std::move(row)); });
+    rows.emplace_back(Value::Object{{"candidates", met}});
+    return Pexa::rowsOf(std::move(rows));
   }
 
   asio::io_context io_;

@@ -7,6 +7,10 @@
 // (runtime/agent/ControlSocket.h) and answers these requests:
 //   {"request":"statistics"}      one row
 //   {"request":"flows"}           a row for each learned flow
+//   {"request":"candidates"}      {"key","samples","lastSampled"} for each flow that was sampled and is not
+//                                 learned, then {"candidates"}: how many there are. Arguments, both optional:
+//                                 "match", a flow pattern (flow_records/FlowPattern.h); "most", rows of each
+//                                 family: 1000 unless given, and at most
 #pragma once
 
 #include <memory>

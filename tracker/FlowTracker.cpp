@@ -52,11 +52,37 @@ Value::Object flowValue(const FlowTracking::HoFlowKey<Domain>& key, const Flow& 
           {"samples", flow.sampled.samples}};
 }
 
+template <class Domain>
+Value::Object candidateValue(const Candidate<Domain>& candidate) {
+  return {{"key", Kiv::ValueTraits<FlowTracking::HoFlowKey<Domain>>::toValue(candidate.key)},
+          {"samples", candidate.counts.samples},
+          {"lastSampled", candidate.counts.end}};
+}
+
+template <class Domain>
+std::size_t candidatesOf(const FlowTable<Domain>& table, const FlowTracking::FlowPattern& pattern,
+                         std::size_t most, const std::function<void(Value::Object)>& each) {
+  std::size_t met = 0;
+  if (!pattern.mayHold<Domain>()) return met;
+  table.candidates().forEach([&](const Candidate<Domain>& candidate) {
+    if (pattern.holds(candidate.key) && ++met <= most) each(candidateValue(candidate));
+  });
+  return met;
+}
+
+Value limitsValue(const FlowLimits& limits) {
+  return Value::Object{{"samplesToLearn", limits.samplesToLearn},
+                       {"maxFlows", limits.maxFlows},
+                       {"maxCandidates", limits.maxCandidates},
+                       {"idleTimeout", limits.idleTimeout}};
+}
+
 }  // namespace
 
 FlowTracker::FlowTracker(const FlowLimits& limits, const Interfaces& interfaces, OffloadTables& tables,
                          RecordSink& sink)
-    : interfaces_(interfaces),
+    : limits_(limits),
+      interfaces_(interfaces),
       tables_(tables),
       flows4_(limits, tables, interfaces_, sink),
       flows6_(limits, tables, interfaces_, sink) {
@@ -119,6 +145,8 @@ Value::Object FlowTracker::statistics() const {
           {"ipv6", tableValue(flows6_)},
           {"tableRefusals", tables_.refusals()},
           {"tableDamages", tables_.damages()},
+          {"limits", limitsValue(limits_)},
+          {"interfaces", interfaces_.value()},
           {"agents", agents_.value()},
           {"unmappedInterfaces", interfaces_.unmappedValue()}};
 }
@@ -127,6 +155,11 @@ void FlowTracker::flows(const std::function<void(Value::Object)>& each) const {
   const auto of = [&](const auto& key, const Flow& flow) { each(flowValue(key, flow)); };
   flows4_.flows(of);
   flows6_.flows(of);
+}
+
+std::size_t FlowTracker::candidates(const FlowTracking::FlowPattern& pattern, std::size_t most,
+                                    const std::function<void(Value::Object)>& each) const {
+  return candidatesOf(flows4_, pattern, most, each) + candidatesOf(flows6_, pattern, most, each);
 }
 
 }  // namespace Tracker

@@ -12,6 +12,7 @@
 #include <span>
 
 #include "Agents.h"
+#include "FlowPattern.h"
 #include "FlowTable.h"
 
 namespace Tracker {
@@ -37,6 +38,10 @@ class FlowTracker {
   Kiv::Value::Object statistics() const;
   // Calls with an object for each learned flow.
   void flows(const std::function<void(Kiv::Value::Object)>& each) const;
+  // Flows that are meant and were sampled, but not often enough to be learned: calls with an object for each,
+  // of each family those sampled last first and at most so many, and gives how many there are.
+  std::size_t candidates(const FlowTracking::FlowPattern& pattern, std::size_t most,
+                         const std::function<void(Kiv::Value::Object)>& each) const;
 
   template <class Domain>
   const FlowTable<Domain>& table() const {
@@ -53,6 +58,7 @@ class FlowTracker {
  private:
   void sample(const FlowSample& sample, const AgentAddress& agent, double now);
 
+  const FlowLimits limits_;
   Interfaces interfaces_;
   OffloadTables& tables_;
   SflowDecoder decoder_;

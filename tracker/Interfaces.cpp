@@ -21,6 +21,17 @@ std::uint32_t Interfaces::indexOf(const Pavo::IntfId& intfId) const {
   return found == byName_.end() ? 0 : found->second;
 }
 
+Kiv::Value Interfaces::value() const {
+  Kiv::Value::List rows;
+  for (const auto& [place, interface] : byIndex_) {
+    rows.emplace_back(
+        Kiv::Value::Object{{"index", interface.index},
+                           {"name", interface.intfId.name()},
+                           {"agent", interface.agent ? Kiv::Value(interface.agent->text()) : Kiv::Value()}});
+  }
+  return rows;
+}
+
 void Interfaces::unmapped(const AgentAddress& agent, std::uint32_t index) {
   const auto place = std::pair(agent, index);
   auto found = unmapped_.find(place);

@@ -35,6 +35,9 @@ class Interfaces {
   // The index of a name, for the records of flows that were learned before this process; 0 when it has none.
   std::uint32_t indexOf(const Pavo::IntfId& intfId) const;
 
+  // [{"index","name","agent"}]; the agent is null when it is any.
+  Kiv::Value value() const;
+
   // One sample more whose index has no name.
   void unmapped(const AgentAddress& agent, std::uint32_t index);
   // [{"agent","index","samples"}]

@@ -101,7 +101,83 @@ HoFlowKey<Domain> keyOf(const FlowArguments& arguments, const End& source, const
   return {flow, *direction, interfaceOf(arguments.interface)};
 }
 
+// --- Patterns
+
+constexpr std::string_view kOpen = "*";
+
+bool isOpen(std::string_view text) {
+  return text.empty() || text == kOpen;
+}
+
+// An end of a flow in a pattern, taken apart; what is open is empty.
+struct EndPattern {
+  std::string_view address;
+  std::string_view port;
+};
+
+EndPattern endPatternOf(std::string_view name, std::string_view text) {
+  EndPattern end{.address = text, .port = {}};
+  const auto parted = [&](std::size_t separator, std::size_t port) {
+    end = {.address = text.substr(0, separator), .port = text.substr(port)};
+    if (end.port.empty()) misuse(name, text, "a port, or none and no colon either, behind the address");
+  };
+  if (text.starts_with('[')) {
+    const std::size_t bracket = text.find(']');
+    if (bracket == std::string_view::npos) misuse(name, text, "a ] behind the address");
+    if (bracket + 1 < text.size() && text[bracket + 1] != ':')
+      misuse(name, text, "nothing or :PORT behind the ]");
+    if (bracket + 1 < text.size())
+      parted(bracket, bracket + 2);
+    else
+      end.address = text.substr(0, bracket);
+    end.address.remove_prefix(1);
+  } else if (const std::size_t colon = text.find(':');
+             colon != std::string_view::npos && text.find(':', colon + 1) == std::string_view::npos) {
+    parted(colon, colon + 1);  // more than one colon: an IPv6 address without brackets and port
+  }
+  if (isOpen(end.address)) end.address = {};
+  if (isOpen(end.port)) end.port = {};
+  return end;
+}
+
+void readEnd(std::string_view name, const std::string& text, std::optional<Network>& network,
+             std::optional<std::uint16_t>& port) {
+  if (isOpen(text)) return;
+  const EndPattern end = endPatternOf(name, text);
+  try {
+    if (!end.address.empty()) network.emplace(end.address);
+  } catch (const Kiv::ValueError& error) {
+    throw MisuseError(fmt::format("{} \"{}\": {}", name, text, error.what()));
+  }
+  if (end.port.empty()) return;
+  const auto found = numberOf(end.port, std::numeric_limits<std::uint16_t>::max());
+  if (!found) misuse(name, text, "a port up to 65535 or * behind the address");
+  port = static_cast<std::uint16_t>(*found);
+}
+
 }  // namespace
+
+FlowPattern flowPattern(const FlowArguments& arguments) {
+  FlowPattern pattern;
+  readEnd("SOURCE", arguments.source, pattern.source, pattern.sourcePort);
+  readEnd("DESTINATION", arguments.destination, pattern.destination, pattern.destinationPort);
+  if (!pattern.mayHold<Pavo::Traits::IPv4>() && !pattern.mayHold<Pavo::Traits::IPv6>()) {
+    misuse("DESTINATION", arguments.destination, "an address of the family that SOURCE has");
+  }
+  if (!isOpen(arguments.proto)) pattern.protocol = protocol(arguments.proto);
+  if (!isOpen(arguments.vlan)) {
+    pattern.vlan = number<std::uint16_t>("--vlan", arguments.vlan, Bridging::VlanIdOrAnyOrNone::kMost);
+  }
+  if (!isOpen(arguments.vrf)) {
+    pattern.vrf = number<std::uint32_t>("--vrf", arguments.vrf, std::numeric_limits<std::uint32_t>::max());
+  }
+  if (!isOpen(arguments.direction)) {
+    pattern.direction = directionNamed(arguments.direction);
+    if (!pattern.direction) misuse("--direction", arguments.direction, "ingress, egress or *");
+  }
+  if (!isOpen(arguments.interface)) pattern.interface = interfaceOf(arguments.interface);
+  return pattern;
+}
 
 AnyHoFlowKey hoFlowKey(const FlowArguments& arguments) {
   const End source = endOf("SOURCE", arguments.source);

@@ -1,10 +1,11 @@
-// A wanted offload as it is written on a command line.
+// Wanted offloads as they are written on a command line: one of them, and which are meant.
 #pragma once
 
 #include <string>
 #include <variant>
 
 #include "FlowKey.h"
+#include "FlowPattern.h"
 
 namespace Sft {
 
@@ -22,5 +23,11 @@ using AnyHoFlowKey = std::variant<FlowTracking::HoIpFlowKey, FlowTracking::HoIp6
 
 // The key that the arguments tell of, of the addresses' family. Throws MisuseError, which names the argument.
 AnyHoFlowKey hoFlowKey(const FlowArguments& arguments);
+
+// Which flows the arguments mean: what is empty or "*" is open. An end of a flow is an address, one with a
+// prefix length, a port behind either, or parts of it:
+//   10.0.0.1   10.0.0.0/8   10.0.0.1:80   *:80   2001:db8::1   2001:db8::/32   [2001:db8::/32]:53   *
+// Throws MisuseError, which names the argument.
+FlowTracking::FlowPattern flowPattern(const FlowArguments& arguments);
 
 }  // namespace Sft

@@ -10,6 +10,7 @@
 #include "RecordTypes.h"
 #include "TableCommands.h"
 #include "TraceCommands.h"
+#include "TrackerCommands.h"
 #include "WantCommands.h"
 #include "agent/RunDir.h"
 #include "top/TopCommand.h"
@@ -167,6 +168,7 @@ int main(int argc, char** argv) {
   addAttrCommands(app, line);
   addTraceCommands(app, line);
   addAuditCommand(app, line);
+  Sft::addTrackerCommand(app, line);
   Sft::addTopCommand(app, line);
   try {
     app.parse(argc, argv);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
 using Pavo::Traits::IPv4;
@@ -68,6 +70,13 @@ TYPED_TEST(CandidatesTest, ForgetsThoseThatWereNotSampledSince) {
   EXPECT_EQ(this->candidates_.evicted(), 0U);
   EXPECT_EQ(this->samplesOf(1, 4), 3U);
   EXPECT_EQ(this->samplesOf(2, 4), 1U);
+}
+
+TYPED_TEST(CandidatesTest, AreToldLatestFirst) {
+  for (const std::uint16_t port : std::vector<std::uint16_t>{1, 2, 3, 1}) this->samplesOf(port, 1);
+  std::vector<std::uint16_t> ports;
+  this->candidates_.forEach([&](const auto& each) { ports.push_back(each.key.ipFlowKey.srcPort); });
+  EXPECT_EQ(ports, (std::vector<std::uint16_t>{1, 3, 2}));
 }
 
 TYPED_TEST(CandidatesTest, OneThatIsTakenOutLeavesRoom) {

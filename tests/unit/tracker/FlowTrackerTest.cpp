@@ -100,6 +100,37 @@ TEST_F(FlowTrackerTest, FlowsAreShown) {
   EXPECT_EQ(*rows[0].member("key")->member("intfId"), Kiv::Value("Ethernet1"));
 }
 
+TEST_F(FlowTrackerTest, CandidatesAreShownAsFarAsTheyAreMeant) {
+  give(SflowText()
+           .flowSample({.source = 1}, {sampledHeader(kTcp4)})
+           .flowSample({.source = 2}, {sampledHeader(kTcp4)})
+           .flowSample({}, {sampledHeader(kUdp6)}));
+  const auto shown = [&](const FlowTracking::FlowPattern& pattern, std::size_t most) {
+    std::vector<Kiv::Value> rows;
+    const std::size_t met = tracker().candidates(
+        pattern, most, [&](Kiv::Value::Object row) { rows.emplace_back(std::move(row)); });
+    return std::pair(met, rows);
+  };
+  FlowTracking::FlowPattern pattern;
+  EXPECT_EQ(shown(pattern, 0).first, 3U);
+  EXPECT_EQ(shown(pattern, 1).second.size(), 2U);  // of each family one
+  pattern.source.emplace("10.0.0.0/8");
+  pattern.interface = Pavo::IntfId("Ethernet2");
+  const auto [met, rows] = shown(pattern, 10);
+  EXPECT_EQ(met, 1U);
+  ASSERT_EQ(rows.size(), 1U);
+  EXPECT_EQ(*rows[0].member("samples"), Kiv::Value(1U));
+  EXPECT_EQ(*rows[0].member("lastSampled"), Kiv::Value(clock_.now()));
+  EXPECT_EQ(*rows[0].member("key")->member("intfId"), Kiv::Value("Ethernet2"));
+}
+
+TEST_F(FlowTrackerTest, StatisticsTellTheBoundsAndTheInterfaces) {
+  EXPECT_EQ(statistic({"limits", "samplesToLearn"}), Kiv::Value(limits_.samplesToLearn));
+  EXPECT_EQ(statistic({"limits", "maxFlows"}), Kiv::Value(limits_.maxFlows));
+  EXPECT_EQ(Json::text(statistic({"interfaces"})),
+            R"([{"index":1,"name":"Ethernet1","agent":null},{"index":2,"name":"Ethernet2","agent":null}])");
+}
+
 TEST_F(FlowTrackerTest, TicksAgeBothFamilies) {
   for (int i = 0; i < 2; ++i)
     give(SflowText().flowSample({}, {sampledHeader(kTcp4)}).flowSample({}, {sampledHeader(kUdp6)}));
