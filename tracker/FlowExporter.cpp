@@ -57,4 +57,7 @@ Kiv::Value FlowExporter::value() const {
   return rows;
 }
 
+template void FlowExporter::add<Pavo::Traits::IPv4>(const FlowRecord<Pavo::Traits::IPv4>&);
+template void FlowExporter::add<Pavo::Traits::IPv6>(const FlowRecord<Pavo::Traits::IPv6>&);
+
 }  // namespace Tracker
