@@ -55,7 +55,8 @@ class BucketEdit {
   std::uint64_t link_;
 };
 
-// Fills a slot that no entry names.
+// Fills a slot that no entry names. Also its odd meta word is a release: who sees it is to see, too, that no
+// entry names the slot any more, or would take it for damage.
 inline void fillSlot(const TableFile& file, std::uint64_t slot, const void* record, std::uint64_t hash) {
   RecordWords copy;
   const std::size_t count = Layout::wordsFor(file.recordBytes());
@@ -63,7 +64,7 @@ inline void fillSlot(const TableFile& file, std::uint64_t slot, const void* reco
   std::memcpy(copy.words.data(), record, file.recordBytes());
   Layout::Word* words = file.slot(slot);
   const std::uint64_t filling = words[0].load(std::memory_order_relaxed) | 1U;
-  words[0].store(filling, std::memory_order_relaxed);
+  words[0].store(filling, std::memory_order_release);
   for (std::size_t i = 0; i < count; ++i) words[1 + i].store(copy.words[i], std::memory_order_release);
   const std::uint64_t sum = recordSum(copy.words.data(), file.keyBytes(), file.recordBytes(), hash);
   words[0].store(Layout::slotMeta(Layout::slotSequence(filling) + 1, sum), std::memory_order_release);

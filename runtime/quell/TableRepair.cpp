@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "quell/BucketEdit.h"
 
@@ -62,12 +63,26 @@ class Repairer {
       if (next != link) ++found_.links;
       if (changes || next != link) {
         if (!whole) ++found_.unfinished;
+        moveReadersOn();
         BucketEdit edit(*bucket);
         for (unsigned i = 0; i < kEntriesPerBucket; ++i) edit.entryIs(i, wanted[i]);
         edit.linkIs(next);
       }
       bucket = next == 0 ? nullptr : &file_.overflow(next - 1);
     }
+  }
+
+  // An entry that is taken out here may have its other copy where a reader looked before that was made, a
+  // writer ago: whoever began before has to look again, and does once the state word is another.
+  void moveReadersOn() {
+    if (std::exchange(movedOn_, true)) return;
+    found_.compactions = stateCompactions(stateWord(found_.buckets, found_.compactions + 1));
+    storeState();
+  }
+  void storeState() {
+    const std::uint64_t state = stateWord(found_.buckets, found_.compactions);
+    file_.header().state.store(state, std::memory_order_release);
+    file_.header().stateCopy.store(state, std::memory_order_release);
   }
 
   // The entry as it should be in a bucket's chain; 0 when it should not be there.
@@ -130,11 +145,9 @@ class Repairer {
 
   void storeCounts() {
     Header& header = file_.header();
-    const std::uint64_t state = stateWord(found_.buckets, found_.compactions);
     const std::uint64_t entries = countWord(found_.entries);
     found_.counts |= header.entries.load(std::memory_order_relaxed) != entries;
-    header.state.store(state, std::memory_order_release);
-    header.stateCopy.store(state, std::memory_order_release);
+    storeState();
     header.entries.store(entries, std::memory_order_release);
   }
 
@@ -145,6 +158,7 @@ class Repairer {
   TableFile& file_;
   TableRepair found_;
   std::uint64_t mostOverflow_ = 0;
+  bool movedOn_ = false;
   std::vector<Seen> keys_;  // of the chain in hand
 };
 

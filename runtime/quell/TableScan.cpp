@@ -54,34 +54,34 @@ bool TableScan::slotExists(std::uint64_t slot) const {
   return slot < table_.slots_;
 }
 
-TableScan::Reading TableScan::settled(const Word& cell, std::uint64_t entry, std::string why) {
-  if (cell.load(std::memory_order_acquire) != entry) return Reading::changed;
+TableScan::Reading TableScan::wrong(std::string why) {
   why_ = std::move(why);
   return Reading::damaged;
 }
 
 TableScan::Reading TableScan::read(const Word& cell, std::uint64_t entry) {
   const std::uint64_t slot = entrySlot(entry);
-  if (!slotExists(slot))
-    return settled(cell, entry, fmt::format("an entry names slot {}, which is not there", slot));
+  if (!slotExists(slot)) {
+    if (cell.load(std::memory_order_acquire) != entry) return Reading::changed;
+    return wrong(fmt::format("an entry names slot {}, which is not there", slot));
+  }
   const Word* words = file_.slot(slot);
   const std::uint64_t meta = words[0].load(std::memory_order_acquire);
   const std::size_t count = wordsFor(file_.recordBytes());
   for (std::size_t i = 0; i < count; ++i) words_.words[i] = words[1 + i].load(std::memory_order_acquire);
-  if (words[0].load(std::memory_order_relaxed) != meta) return Reading::changed;
-
-  if (slotFilling(meta)) {
-    // An entry never names a slot that is being filled: it was another entry's when it was read, or it is
-    // damage.
-    const Reading reading = settled(cell, entry, fmt::format("slot {} is half filled", slot));
-    return words[0].load(std::memory_order_acquire) == meta ? reading : Reading::changed;
+  // What was read is what the entry names when the entry still stands and the slot was not filled since: also
+  // an entry that went and came back brings the slot's later filling with it.
+  if (cell.load(std::memory_order_acquire) != entry || words[0].load(std::memory_order_relaxed) != meta) {
+    return Reading::changed;
   }
+
+  if (slotFilling(meta)) return wrong(fmt::format("slot {} is half filled", slot));
   hash_ = keyHash(words_.words.data(), file_.keyBytes());
   if (!slotFits(meta, recordSum(words_.words.data(), file_.keyBytes(), file_.recordBytes(), hash_))) {
-    return settled(cell, entry, fmt::format("the record in slot {} does not match its check", slot));
+    return wrong(fmt::format("the record in slot {} does not match its check", slot));
   }
   if (entryTag(entry) != static_cast<std::uint32_t>(hash_ >> 32)) {
-    return settled(cell, entry, fmt::format("the record in slot {} is not the one its entry names", slot));
+    return wrong(fmt::format("the record in slot {} is not the one its entry names", slot));
   }
   return Reading::whole;
 }

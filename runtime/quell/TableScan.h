@@ -48,7 +48,7 @@ class TableScan {
   Reading read(const Layout::Word& cell, std::uint64_t entry);
   // The same, following the entry while it changes; `changed` when it went, or never stood still.
   Reading follow(const Layout::Word& cell, std::uint64_t entry);
-  Reading settled(const Layout::Word& cell, std::uint64_t entry, std::string why);
+  Reading wrong(std::string why);
   bool slotExists(std::uint64_t slot) const;
   // The entries of a bucket into place_, in table order; remembered where W1 allows it.
   Chain gather(std::uint64_t number, std::uint64_t state);
