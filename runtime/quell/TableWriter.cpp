@@ -11,8 +11,29 @@ namespace Quell {
 
 using namespace Layout;
 
+namespace {
+
+[[noreturn]] void refuseBusy(const TableFile& file) {
+  const std::uint64_t writer = file.header().writer.load(std::memory_order_relaxed);
+  throw TableBusy(fmt::format("{}: process {} is the table's writer", file.place().fileName(),
+                              writer == 0 ? std::string("(unknown)") : std::to_string(writer)));
+}
+
+// Asks before the file is opened for writing: watchers take the end of whoever had it open so, while it has
+// a writer, for that writer's death.
+const std::shared_ptr<TableFile>& withoutWriter(const std::shared_ptr<TableFile>& file) {
+  if (!file->lock()) refuseBusy(*file);
+  file->unlock();
+  return file;
+}
+
+}  // namespace
+
 TableWriter::TableWriter(const std::shared_ptr<TableFile>& file)
-    : file_(TableFile::writable(file)), space_(*file_), index_(*file_, space_), journal_(*file_, space_) {}
+    : file_(TableFile::writable(withoutWriter(file))),
+      space_(*file_),
+      index_(*file_, space_),
+      journal_(*file_, space_) {}
 
 TableWriter::~TableWriter() {
   if (writing_) end();
@@ -21,11 +42,7 @@ TableWriter::~TableWriter() {
 void TableWriter::begin() {
   if (writing_) return;
   Header& header = file_->header();
-  if (!file_->lock()) {
-    const std::uint64_t writer = header.writer.load(std::memory_order_relaxed);
-    throw TableBusy(fmt::format("{}: process {} is the table's writer", file_->place().fileName(),
-                                writer == 0 ? std::string("(unknown)") : std::to_string(writer)));
-  }
+  if (!file_->lock()) refuseBusy(*file_);
   try {
     const std::uint64_t last = header.writer.load(std::memory_order_relaxed);
     const std::uint64_t sessions = header.sessions.load(std::memory_order_relaxed);

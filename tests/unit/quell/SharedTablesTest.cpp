@@ -135,6 +135,25 @@ TEST_F(SharedTables, APublishedTableIsCreatedEmptyAndWatched) {
   listener.notifierIs(nullptr);
 }
 
+TEST_F(SharedTables, WhoeverIsRefusedToWriteIsNotTakenForAWriterThatDied) {
+  const auto things = mount(*agent_, KivQuellType::published);
+  const auto published = mount(*other_, KivQuellType::written);
+  published->red().insert(thing(1));
+  other_->flush();
+  agent_->deliver(100);
+  Listener listener;
+  listener.hasNotificationActiveIs(true);
+  listener.notifierIs(things);
+  {
+    Quell::OpenCollection tool(dir_.path(), "test/things", "red");
+    EXPECT_THROW(tool.put(Kiv::Value(Kiv::Value::Object{{"id", Kiv::Value(2)}})), Quell::TableBusy);
+  }
+  agent_->deliver(100);
+  EXPECT_EQ(listener.everything, 0U);
+  EXPECT_TRUE(listener.keys.empty());
+  listener.notifierIs(nullptr);
+}
+
 TEST_F(SharedTables, DeliveryStopsAtItsLimitAndGoesOn) {
   const auto things = mount(*agent_, KivQuellType::published);
   Listener listener;
