@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <optional>
+#include <utility>
 
 #include "DatagramSocket.h"
 #include "FlowExporter.h"
@@ -24,7 +25,8 @@ using Pexa::ControlSocket;
 
 constexpr std::string_view kSocketName = "flow-tracker.sock";
 constexpr std::chrono::seconds kTick(1);
-constexpr std::size_t kMostCandidates = 1000;  // rows of each family in an answer
+constexpr std::chrono::milliseconds kLookPause(250);  // between looks at what is published, at least
+constexpr std::size_t kMostCandidates = 1000;         // rows of each family in an answer
 
 asio::ip::udp::endpoint listenEndpoint(const TrackerConfig& config) {
   try {
@@ -123,12 +125,24 @@ class Daemon::Impl {
     });
   }
 
-  // The tables are looked at once a tick; only their notices are taken away here.
   void waitForTables() {
     notices_.async_wait(asio::posix::stream_descriptor::wait_read, [this](const asio::error_code& error) {
       if (error) return;
       tables_.deliver();
+      lookSoon();
       waitForTables();
+    });
+  }
+
+  // At once, unless there was a look just now.
+  void lookSoon() {
+    if (std::exchange(lookIsDue_, true)) return;
+    look_.expires_at(lastLook_ + kLookPause);
+    look_.async_wait([this](const asio::error_code& error) {
+      if (error) return;
+      lookIsDue_ = false;
+      lastLook_ = std::chrono::steady_clock::now();
+      tracker_.tick();
     });
   }
 
@@ -175,6 +189,9 @@ class Daemon::Impl {
   FlowTracker tracker_;
   ControlSocket control_;
   asio::steady_timer timer_{io_};
+  asio::steady_timer look_{io_};
+  std::chrono::steady_clock::time_point lastLook_;
+  bool lookIsDue_ = false;
   asio::signal_set signals_{io_, SIGTERM, SIGINT, SIGUSR1};
   asio::posix::stream_descriptor notices_{io_, ::dup(tables_.descriptor())};
 };

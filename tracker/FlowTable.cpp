@@ -72,12 +72,8 @@ Flow& FlowTable<Domain>::add(const Key& key, double now) {
   const auto [found, isNew] = flows_.try_emplace(key.ipFlowKey);
   Shared& shared = found->second;
   if (isNew) {
-    if (const auto counter = tables_.counter(key.ipFlowKey)) {
-      shared.known = true;
-      shared.packets = counter->packets;
-      shared.octets = counter->bytes;
-      shared.creationTime = counter->creationTime;
-    }
+    const std::uint64_t session = tables_.template counterSession<Domain>();
+    if (const auto counter = tables_.counter(key.ipFlowKey)) remember(shared, *counter, session);
   }
   Flow flow;
   flow.direction = key.direction;
@@ -116,27 +112,45 @@ void FlowTable<Domain>::finish(double now) {
   lastLook_ = now;
 }
 
-// What became of the flows of one counter since the last look. A counter that was made anew, or that went
-// back (the agent started again), counts from 0.
+// What became of the flows of one counter since the last look. A counter that was made anew, that went back,
+// or that another agent writes (or the same one, started again), counts from 0. After a start the counter of
+// before stands in the table until the flow's first packet.
 template <class Domain>
 void FlowTable<Domain>::look(const FlowKey& flowKey, Shared& shared, double now) {
   for (Flow& flow : shared.flows) {
     flow.inHardware = tables_.inHardware(Key(flowKey, flow.direction, flow.intfId));
   }
+  // Asked for before the counter: who begins to write has not written then.
+  const std::uint64_t session = tables_.template counterSession<Domain>();
   const auto counter = tables_.counter(flowKey);
   if (!counter) {
     shared.known = false;
     return;
   }
-  const bool goesOn = shared.known && counter->creationTime == shared.creationTime &&
-                      counter->packets >= shared.packets && counter->bytes >= shared.octets;
+  if (shared.known && isSame(shared, *counter)) return;
+  const bool goesOn = shared.known && session == shared.session &&
+                      counter->creationTime == shared.creationTime && counter->packets >= shared.packets &&
+                      counter->bytes >= shared.octets;
   const std::uint64_t packets = counter->packets - (goesOn ? shared.packets : 0);
   const std::uint64_t octets = counter->bytes - (goesOn ? shared.octets : 0);
-  shared.known = true;
-  shared.packets = counter->packets;
-  shared.octets = counter->bytes;
-  shared.creationTime = counter->creationTime;
+  remember(shared, *counter, session);
   if (packets != 0) share(shared, *counter, packets, octets, now);
+}
+
+template <class Domain>
+bool FlowTable<Domain>::isSame(const Shared& shared, const Counter& counter) {
+  return counter.packets == shared.packets && counter.bytes == shared.octets &&
+         counter.creationTime == shared.creationTime && counter.lastUpdateTime == shared.lastUpdateTime;
+}
+
+template <class Domain>
+void FlowTable<Domain>::remember(Shared& shared, const Counter& counter, std::uint64_t session) {
+  shared.known = true;
+  shared.packets = counter.packets;
+  shared.octets = counter.bytes;
+  shared.creationTime = counter.creationTime;
+  shared.lastUpdateTime = counter.lastUpdateTime;
+  shared.session = session;
 }
 
 template <class Domain>

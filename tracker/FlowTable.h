@@ -84,7 +84,9 @@ class FlowTable {
   // counters move. What was counted before is not told again.
   void adopt(double now);
   void sampled(const SampledFlow<Domain>& sample, double now);
-  // Looks at what became of the flows, tells records that are due, and ages out. Once a second.
+  // Looks at what became of the flows, tells records that are due, and ages out. Once a second at least, and
+  // soon after the agent published something: what it counted last is known then before another agent, or the
+  // same one started again, counts from 0.
   void tick(double now);
   // Tells what was counted since the last records. What is wanted stays wanted.
   void finish(double now);
@@ -110,6 +112,8 @@ class FlowTable {
     std::uint64_t packets = 0;
     std::uint64_t octets = 0;
     double creationTime = 0;
+    double lastUpdateTime = 0;
+    std::uint64_t session = 0;  // in which it was counted
   };
   using Counter = FlowTracking::HoFlowCounterRecord<Domain>;
 
@@ -117,6 +121,8 @@ class FlowTable {
   Flow& add(const Key& key, double now);
   void learn(const Candidate<Domain>& candidate, double now);
   void look(const FlowKey& key, Shared& shared, double now);
+  static bool isSame(const Shared& shared, const Counter& counter);
+  static void remember(Shared& shared, const Counter& counter, std::uint64_t session);
   void share(Shared& shared, const Counter& counter, std::uint64_t packets, std::uint64_t octets, double now);
   void close(const Key& key, Flow& flow, EndReason reason);
   void tell(const Key& key, const Flow& flow, FlowCounts& counts, EndReason reason);

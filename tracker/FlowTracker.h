@@ -29,7 +29,7 @@ class FlowTracker {
   void datagram(std::span<const std::uint8_t> bytes);
   // To be called behind a burst of datagrams: those who watch hear of what it changed.
   void flush() { tables_.flush(); }
-  // To be called once a second.
+  // To be called once a second, and soon after something was published; see FlowTable.
   void tick();
   // To be called at the end: tells what was counted. What is wanted stays wanted.
   void finish();

@@ -32,7 +32,7 @@ Kiv::Ptr<HoFlowConfig> written(const std::string& runDir) {
   for (Quell::MapBase* map : config->collections()) {
     const Quell::TablePlace place{runDir, config->name(), map->name()};
     const Quell::TableFile::Creation creation{&map->type(), HoFlowConfig::kivType().name()};
-    auto file = Quell::TableFile::openOrCreate(place, creation, Quell::TableFile::Access::write);
+    auto file = Quell::TableFile::openOrCreate(place, creation, Quell::TableFile::Access::read);
     file->requireType(map->type());
     map->tableIs(std::make_shared<Quell::Table>(std::move(file)));
     map->table()->writingIs();
@@ -115,6 +115,11 @@ std::optional<FlowTracking::HoFlowCounterRecord<Domain>> OffloadTables::counter(
   return FlowTracking::lookUp(counter_->map<Domain>(), key);
 }
 
+template <class Domain>
+std::uint64_t OffloadTables::counterSession() const {
+  return counter_->map<Domain>().table()->file()->header().sessions.load(std::memory_order_relaxed);
+}
+
 std::uint64_t OffloadTables::damages() const {
   std::uint64_t met = damages_;
   for (const Kiv::Ptr<Quell::Container>& table :
@@ -149,6 +154,8 @@ template void OffloadTables::wanted<Pavo::Traits::IPv6>(
     const std::function<void(const HoFlowConfigRecord<Pavo::Traits::IPv6>&)>&) const;
 template bool OffloadTables::inHardware<Pavo::Traits::IPv4>(const Key<Pavo::Traits::IPv4>&) const;
 template bool OffloadTables::inHardware<Pavo::Traits::IPv6>(const Key<Pavo::Traits::IPv6>&) const;
+template std::uint64_t OffloadTables::counterSession<Pavo::Traits::IPv4>() const;
+template std::uint64_t OffloadTables::counterSession<Pavo::Traits::IPv6>() const;
 template std::optional<FlowTracking::HoFlowCounterRecord<Pavo::Traits::IPv4>>
 OffloadTables::counter<Pavo::Traits::IPv4>(const FlowTracking::FlowKey<Pavo::Traits::IPv4>&) const;
 template std::optional<FlowTracking::HoFlowCounterRecord<Pavo::Traits::IPv6>>

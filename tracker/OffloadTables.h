@@ -52,13 +52,17 @@ class OffloadTables {
   std::optional<FlowTracking::HoFlowCounterRecord<Domain>> counter(
       const FlowTracking::FlowKey<Domain>& key) const;
 
+  // A number that grows whenever a process begins to write the published counters: another agent, or one that
+  // was started again, counts every flow from 0.
+  template <class Domain>
+  std::uint64_t counterSession() const;
+
   // Wakes those who watch what was wanted; nothing when nothing changed.
   void flush();
 
   // Readable when deliver() has something to do; -1 without a run directory.
   int descriptor() const;
-  // Takes the notices of the tables' changes away. The tables are looked at once a tick, so that nobody waits
-  // for them.
+  // Takes the notices of the tables' changes away: something was published.
   void deliver();
 
   // Damaged records met, in any of the tables.

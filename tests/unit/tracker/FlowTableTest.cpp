@@ -296,6 +296,21 @@ TYPED_TEST(FlowTableTest, ACounterThatStartsAgainCountsFromZero) {
   EXPECT_EQ(this->records().back().counts.octets, 100000U + 500 + 200000);
 }
 
+TYPED_TEST(FlowTableTest, AnAgentThatStartedAgainCountsFromZeroHoweverMuchItHasCounted) {
+  this->learnInHardware(this->key(1));
+  this->counterIs(this->key(1), 5, 500);
+  this->tickAfter(1);
+  this->memory_.template counterWriterStartsAgain<TypeParam>();
+  this->tickAfter(1);  // what its predecessor counted stands there still
+  this->counterIs(this->key(1), 14, 1400);
+  this->tickAfter(1);
+  this->counterIs(this->key(1), 15, 1500);
+  this->tickAfter(1);
+  this->table().finish(this->now_);
+  EXPECT_EQ(this->records().back().counts.packets, 5U + 15);
+  EXPECT_EQ(this->records().back().counts.octets, 500U + 1500);
+}
+
 TYPED_TEST(FlowTableTest, WhatWasCountedBeforeAFlowWasLearnedIsNotItsOwn) {
   this->counterIs(this->key(1), 1000, 100000);
   this->learnInHardware(this->key(1));

@@ -65,6 +65,13 @@ struct MemoryTables {
     record.lastUpdateTime = lastUpdate;
     counter->map<Domain>().insert(record);
   }
+  // As an agent does that ends and is started again.
+  template <class Domain>
+  void counterWriterStartsAgain() {
+    Quell::Table& table = *counter->map<Domain>().table();
+    table.writingDel();
+    table.writingIs();
+  }
 };
 
 }  // namespace TestSupport
