@@ -1,99 +1,48 @@
-"""A run directory, the programs that work in it, and a collector for what they export."""
+"""A run directory and the programs that work in it: the agent, the flow tracker, and the collector of its flow records."""
 import json
 import os
+import pathlib
 import signal
-import socket
-import struct
 import subprocess
-import threading
-import time
 
 import flows
+import tracker
+from collectors import Nfcapd
+from programs import Failure, Program, until
 
 IN_HARDWARE, OVERFLOW = 2, 3
 INGRESS = 1
 CONFIG_TABLE = "flowtracking/sampled/hwOffload/config"
-IN_PORT, OUT_PORT = "Ethernet1", "Ethernet3"
 BUDGET = "MAX_HO_FLOW_ENTRIES"
 
 
-class Failure(Exception):
-    """Something did not work; the text says what."""
-
-
-class Collector(threading.Thread):
-    """An sFlow v5 collector that counts the flow samples that reach it."""
-
-    def __init__(self):
-        super().__init__(daemon=True)
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        for option in (33, socket.SO_RCVBUF):  # 33: SO_RCVBUFFORCE, which only root may use
-            try:
-                self.socket.setsockopt(socket.SOL_SOCKET, option, 64 << 20)
-                break
-            except PermissionError:
-                continue
-        self.socket.bind(("127.0.0.1", 0))
-        self.port = self.socket.getsockname()[1]
-        self.datagrams = 0
-        self.samples = 0
-        self.over = False
-        self.start()
-
-    def run(self):
-        self.socket.settimeout(0.2)
-        while True:
-            try:
-                datagram = self.socket.recv(65535)
-            except socket.timeout:
-                if self.over:
-                    return
-                continue
-            self.datagrams += 1
-            self.samples += self._flow_samples(datagram)
-
-    @staticmethod
-    def _flow_samples(datagram):
-        version, address_type = struct.unpack_from("!II", datagram)
-        if version != 5:
-            return 0
-        at = 8 + (4 if address_type == 1 else 16) + 12  # sub-agent, sequence number, uptime
-        (count,) = struct.unpack_from("!I", datagram, at)
-        at += 4
-        found = 0
-        for _ in range(count):
-            kind, length = struct.unpack_from("!II", datagram, at)
-            found += kind in (1, 3)  # flow sample, expanded flow sample
-            at += 8 + length
-        return found
-
-    def finish(self):
-        """Waits until all that was sent to it is counted; the sender must be gone."""
-        self.over = True
-        self.join()
-        self.socket.close()
-
-
 class Bench:
-    """A run directory and the programs that work in it."""
+    """What is started later of one kind goes on where what was started before left."""
 
     def __init__(self, build, directory):
-        self.agent_program = build / "bin/pexa-agent"
+        self.build = build
+        self.directory = pathlib.Path(directory)
         self.sft_program = build / "bin/sft"
-        self.plugin = build / "lib/libPexaSampledFlowTracker.so"
-        self.audit = build / "lib/libPexaSftAudit.so"
-        self.directory = directory
-        self.config = directory / "agent.toml"
-        self.log = directory / "agent.log"
-        self.written = directory / "out.pcap"
+        self.tracker_program = build / "bin/flow-tracker"
+        self.agent_config = self.directory / "agent.toml"
+        self.tracker_config = self.directory / "flow-tracker.toml"
+        self.plugins = [build / "lib/libPexaSampledFlowTracker.so", build / "lib/libPexaSftAudit.so"]
         self.agent = None
+        self.tracker = None
+        self.collector = None
+        self.collectors = 0  # that there were so far
+
+    # What the operator asks
+
+    def sft_run(self, *arguments, text=None):
+        command = [str(self.sft_program), "--run-dir", str(self.directory), *arguments]
+        return subprocess.run(command, input=text, capture_output=True, text=True, check=False)
 
     def sft_text(self, *arguments, text=None):
         """What `sft` prints."""
-        command = [str(self.sft_program), "--run-dir", str(self.directory), *arguments]
-        done = subprocess.run(command, input=text, capture_output=True, text=True, check=False)
+        done = self.sft_run(*arguments, text=text)
         if done.returncode != 0:
-            raise Failure(f"{' '.join(command)}\n  ended with status {done.returncode}: {done.stderr.strip()}")
+            raise Failure(f"sft {' '.join(arguments)}\n  ended with status {done.returncode}: {done.stderr.strip()}")
         return done.stdout
 
     def sft(self, *arguments, text=None):
@@ -104,21 +53,10 @@ class Bench:
         except ValueError as error:
             raise Failure(f"sft {' '.join(arguments)}\n  printed what is not a JSON object a line: {error}") from error
 
-    def want(self, keys):
-        """Publishes wanted offloads of both families, as a flow tracker does: another process than the agent."""
-        for collection, address_bytes in (("hoIpFlowConfig", 4), ("hoIp6FlowConfig", 16)):
-            records = [{"key": {"ipFlowKey": flows.to_json(key), "direction": INGRESS, "intfId": IN_PORT},
-                        "requestTime": time.time()} for key in keys if len(key.src) == address_bytes]
-            if records:
-                self.sft("table", "put", CONFIG_TABLE, collection, text="".join(json.dumps(each) + "\n" for each in records))
-
-    @staticmethod
-    def want_arguments(key):
-        """A flow as the arguments of `sft flow want` and `unwant`."""
-        ends, _, rest = flows.text(key).partition(f" {flows.protocol(key)} vlan ")
-        source, destination = ends.split(" -> ")
-        return [source, destination, "--proto", flows.protocol(key), "--vlan", rest, "--direction", "ingress", "--interface",
-                IN_PORT]
+    def wanted(self):
+        """The flows that are wanted in hardware."""
+        return {flows.from_json(row["key"]["ipFlowKey"]) for collection in ("hoIpFlowConfig", "hoIp6FlowConfig")
+                for row in self.sft("table", "dump", CONFIG_TABLE, collection)}
 
     def states(self):
         """The state of each flow that has a status."""
@@ -128,89 +66,84 @@ class Bench:
         """(packets, bytes) of each flow that "local" or "counters" knows."""
         return {flows.from_json(row["key"]): (row["packets"], row["bytes"]) for row in self.sft(view)}
 
-    def write_config(self, capture, rate, collector_port):
-        quote = json.dumps  # a JSON string is a TOML string
-        self.config.write_text(
-            f"""run_dir = {quote(str(self.directory))}
-plugins = [{quote(str(self.plugin))}, {quote(str(self.audit))}]
+    # Programs
 
-[[port]]
-name = "{IN_PORT}"
-capture = {quote(str(capture))}
-[[port]]
-name = "{OUT_PORT}"
-write = {quote(str(self.written))}
-
-[forward]
-{IN_PORT} = "{OUT_PORT}"
-
-[sflow]
-agent = "127.0.0.1"
-collectors = ["127.0.0.1:{collector_port}"]
-
-[state."hardware/flowtracking/config/sampled"]
-hwOffloadIpv4 = true
-hwOffloadIpv6 = true
-sampleRate = {rate}
-[state."sflow/hwconfigdir/sampledflowtracker"]
-ingressInterfaces = ["{IN_PORT}"]
-egressInterfaces = ["{OUT_PORT}"]
-[state."flowtracking/audit/sampled"]
-afterRestart = "repair"
-"""
-        )
-
-    def start(self, budget):
-        with open(self.log, "ab") as log:
-            self.agent = subprocess.Popen(
-                [str(self.agent_program), "--config", str(self.config), "--run-dir", str(self.directory)],
-                stdin=subprocess.DEVNULL,
-                stdout=log,
-                stderr=subprocess.STDOUT,
-                env={**os.environ, BUDGET: str(budget)},
-                start_new_session=True,  # Ctrl-C is ours
-            )
+    def running(self):
+        return [program for program in (self.agent, self.tracker, self.collector) if program is not None]
 
     def until(self, look, seconds, trouble):
-        """Looks until it sees something true, and gives it, with the seconds that it took."""
-        began = time.monotonic()
-        while True:
-            if self.agent.poll() is not None:
-                raise Failure(f"pexa-agent ended with status {self.agent.returncode}")
-            found = look()
-            took = time.monotonic() - began
-            if found:
-                return found, took
-            if took > seconds:
-                raise Failure(f"after {seconds:.0f} seconds: {trouble}")
-            time.sleep(0.03)
+        """Looks until it sees something true, and gives it, with the seconds that it took; nothing that runs may end meanwhile."""
+        return until(look, seconds, trouble, self.running())
 
-    def await_replay(self, seconds):
+    def start_collector(self):
+        self.collectors += 1
+        self.collector = Nfcapd(self.directory / f"nfcapd-{self.collectors}")
+        self.collector.await_start()
+
+    def start_tracker(self, interfaces, **limits):
+        """Starts a tracker whose records go to the collector that runs."""
+        collectors = [f"127.0.0.1:{self.collector.port}"] if self.collector else []
+        self.tracker_config.write_text(tracker.configuration(self.directory, interfaces, collectors, **limits))
+        log = self.directory / "flow-tracker.log"
+        log.unlink(missing_ok=True)
+        self.tracker = tracker.Tracker(self.tracker_program, self.tracker_config, self.directory, log)
+        return self.tracker.await_ready()
+
+    def end_tracker(self):
+        """Ends the tracker and then its collector, if there is one, so that all records are written; gives the latter."""
+        ending, self.tracker = self.tracker, None
+        status = ending.end()
+        if status != 0:
+            raise Failure(f"flow-tracker ended with status {status}")
+        collector, self.collector = self.collector, None
+        if collector:
+            try:
+                collector.finish()
+            finally:
+                collector.close()
+        return collector
+
+    def write_agent_config(self, ports, forward, collector_port, rate, pace="fast"):
+        """Ports are (name, kind, source); packets are sampled where they enter the first one."""
+        quote = json.dumps  # a JSON string is a TOML string
+        lines = [f"run_dir = {quote(str(self.directory))}", f"plugins = {quote([str(each) for each in self.plugins])}"]
+        for name, kind, source in ports:
+            lines += ["[[port]]", f"name = {quote(name)}", f"{kind} = {quote(str(source))}"]
+        lines += ["[forward]", *(f"{entry} = {quote(leave)}" for entry, leave in forward.items())]
+        lines += ["[replay]", f"pace = {quote(pace)}"]
+        lines += ["[sflow]", 'agent = "127.0.0.1"', f'collectors = ["127.0.0.1:{collector_port}"]']
+        for path, attributes in {
+            "hardware/flowtracking/config/sampled": {"hwOffloadIpv4": True, "hwOffloadIpv6": True, "sampleRate": rate},
+            "sflow/hwconfigdir/sampledflowtracker": {"ingressInterfaces": list(forward), "egressInterfaces": []},
+            "flowtracking/audit/sampled": {"afterRestart": "repair"},
+        }.items():
+            lines += [f"[state.{quote(path)}]", *(f"{name} = {quote(value)}" for name, value in attributes.items())]
+        self.agent_config.write_text("\n".join(lines) + "\n")
+
+    def start_agent(self, budget, prefix=()):
+        command = [*prefix, self.build / "bin/pexa-agent", "--config", self.agent_config, "--run-dir", self.directory]
+        self.agent = Program("pexa-agent", command, self.directory / "agent.log", {**os.environ, BUDGET: str(budget)})
+
+    def ports(self):
+        """The rows of `ports`, by name; None while the agent does not answer."""
+        done = self.sft_run("--json", "ports")
+        return {row["name"]: row for row in map(json.loads, done.stdout.splitlines())} if done.returncode == 0 else None
+
+    def await_replay(self, port, seconds):
         """The rows of `ports`, by name, once the capture is replayed."""
 
         def replayed():
-            try:
-                ports = {row["name"]: row for row in self.sft("ports")}
-            except Failure:  # the control socket may not be there yet
-                return None
-            return ports if ports[IN_PORT]["replay"] != "running" else None
+            ports = self.ports()
+            return ports if ports and ports[port]["replay"] != "running" else None
 
         return self.until(replayed, seconds, "the agent does not answer, or is still replaying")[0]
 
-    def kill(self):
+    def kill_agent(self):
         """Ends the agent as a crash would."""
-        self.agent.send_signal(signal.SIGKILL)
-        self.agent.wait()
+        self.agent.end(signal.SIGKILL)
+        self.agent = None
 
-    def stop(self):
+    def end_agent(self):
         """Ends the agent in order; its status."""
-        if self.agent is None:
-            return 0
-        if self.agent.poll() is None:
-            self.agent.terminate()
-        try:
-            return self.agent.wait(30)
-        except subprocess.TimeoutExpired:
-            self.agent.kill()
-            self.agent.wait()
-            raise Failure("pexa-agent did not end within 30 seconds of SIGTERM") from None
+        agent, self.agent = self.agent, None
+        return agent.end()

@@ -2,7 +2,6 @@
 behind it, that the flow records add up to what was sent."""
 import collections
 import json
-import pathlib
 import shutil
 import signal
 import socket
@@ -12,6 +11,7 @@ import unittest
 
 from harness import (BUILD, CONFIG, EGRESS, IN_HARDWARE, INGRESS, PATIENCE, SAMPLING, TRACKING, Agent, ScenarioTest, flow_key, flows, udp_frame,
                      wanted)
+from collectors import Nfcapd
 
 FLOW_A = ("10.0.0.1", "10.0.0.2", 1000, 2000)
 FLOW_B = ("10.0.0.3", "10.0.0.4", 3000, 4000)
@@ -216,37 +216,6 @@ class StartTest(FlowTrackerTest):
         self.assertRegex(self.tracker_refused(), "flow-tracker: run directory .*/file/run: .*, expected a directory")
 
 
-class Nfcapd:
-    """A running nfcapd."""
-
-    def __init__(self, folder):
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
-            free.bind(("127.0.0.1", 0))
-            self.port = free.getsockname()[1]
-        self.folder = folder
-        self.log = folder.with_suffix(".log").open("w+")
-        self.process = subprocess.Popen(["nfcapd", "-b", "127.0.0.1", "-p", str(self.port), "-w", str(folder), "-t", "3600"],
-                                        stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log)
-
-    def said(self):
-        return pathlib.Path(self.log.name).read_text()
-
-    def waiting(self):
-        """Bytes that have arrived and that it has not taken yet."""
-        sockets = [line.split() for line in pathlib.Path("/proc/net/udp").read_text().splitlines()[1:]]
-        return sum(int(each[4].split(":")[1], 16) for each in sockets if each[1].endswith(f":{self.port:04X}"))
-
-    def end(self):
-        self.process.send_signal(signal.SIGINT)
-        self.process.wait(PATIENCE)
-
-    def close(self):
-        if self.process.poll() is None:
-            self.process.kill()
-            self.process.wait()
-        self.log.close()
-
-
 class WholeLoopTest(FlowTrackerTest):
     """Samples -> tracker -> wanted offloads -> admission -> exact counters -> records at collectors. Every packet is sampled until its
     flow is in hardware, so that scaled and exact counts together are exactly what was sent."""
@@ -260,10 +229,9 @@ class WholeLoopTest(FlowTrackerTest):
         self.collector.bind(("127.0.0.1", 0))
         self.nfcapd = None
         if shutil.which("nfcapd"):
-            (self.dir / "nfcapd").mkdir()
             self.nfcapd = Nfcapd(self.dir / "nfcapd")
             self.addCleanup(self.nfcapd.close)
-            self.eventually(lambda: "Startup nfcapd" in self.nfcapd.said(), True)
+            self.nfcapd.await_start(PATIENCE)
 
     def replay(self, interfaces_out=()):
         """Replays three flows through an agent whose samples the tracker gets, until everything is accounted for; ends all."""
@@ -284,8 +252,7 @@ class WholeLoopTest(FlowTrackerTest):
         self.assertEqual(tracker.end(), 0)
         self.assertEqual(agent.end(), 0)
         if self.nfcapd:
-            self.eventually(self.nfcapd.waiting, 0)
-            self.nfcapd.end()
+            self.nfcapd.finish(PATIENCE)
         return exact
 
     def write_sampling_config(self, tracker, capture, interfaces_out=()):
@@ -316,17 +283,13 @@ class WholeLoopTest(FlowTrackerTest):
         """The same, from nfdump."""
         totals = collections.Counter()
         octets = collections.Counter()
-        for row in self.nfdump():
+        for row in self.nfcapd.rows():
             flow = (row.get("src4_addr") or row["src6_addr"], row.get("dst4_addr") or row["dst6_addr"], row["src_port"],
                     row["dst_port"], row["direction"])
             self.assertEqual((row["proto"], row["src_vlan"]), (17, 33))
             totals[flow] += row["in_packets"]
             octets[flow] += row["in_bytes"]
         return {flow: (totals[flow], octets[flow]) for flow in totals}
-
-    def nfdump(self):
-        done = subprocess.run(["nfdump", "-R", str(self.dir / "nfcapd"), "-o", "json"], capture_output=True, text=True, check=True)
-        return json.loads(done.stdout)
 
     def messages(self):
         """What the second collector got."""
@@ -348,7 +311,7 @@ class WholeLoopTest(FlowTrackerTest):
     def test_what_nfcapd_collects_is_what_was_sent(self):
         self.replay()
         self.assertEqual(self.collected(), self.sent([0]))
-        self.assertEqual({row["input_snmp"] for row in self.nfdump()}, {1})
+        self.assertEqual({row["input_snmp"] for row in self.nfcapd.rows()}, {1})
         self.assertIn("Sequence Errors: 0, Bad Packets: 0", self.nfcapd.said())
 
     @unittest.skipUnless(shutil.which("nfcapd") and shutil.which("nfdump"), "nfcapd and nfdump are not installed")
