@@ -7,6 +7,7 @@
 #pragma once
 
 #include "AcrResponse.h"
+#include "OffloadOutcomes.h"
 #include "PexaSftHoCounter.h"
 
 namespace Pexa::Counter {
@@ -78,6 +79,10 @@ class PexaSftHoCounterCollection : public PktCounterCollectionBase {
   template <class Domain>
   void counterDelAll();
 
+  // What became of the packets from which the records come, and of those beside them.
+  OffloadOutcomes& outcomes() { return outcomes_; }
+  const OffloadOutcomes& outcomes() const { return outcomes_; }
+
   // The records by their keys' texts, for who knows this entity by its names only (counterCollectionAfter,
   // counterCollectionDrop and their IPv6 twins). After: the record behind the key's place, be the key in or
   // not, or the first one after ""; "" at the end. Drop: Del; whether there was one. Both throw
@@ -104,6 +109,7 @@ class PexaSftHoCounterCollection : public PktCounterCollectionBase {
   template <class Domain>
   void recordsInto(Kiv::Value::List& list) const;
 
+  OffloadOutcomes outcomes_;
   SftHoCounterMap<Pavo::Traits::IPv4> map4_;
   SftHoCounterMap<Pavo::Traits::IPv6> map6_;
 };

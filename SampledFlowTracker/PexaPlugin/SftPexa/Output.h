@@ -44,6 +44,11 @@ class OutputBase {
   bool reconciling() const { return reconciling_; }
   bool useBookmark() const { return useBookmark_; }
   bool ready() const { return frame_.outputState() && frame_.outputState()->outputReady(id_); }
+  // What the deletion scan has looked at so far, and what of it it deleted.
+  std::uint64_t reconciled() const { return reconciled_; }
+  std::uint64_t reconciliationDeletions() const { return reconciliationDeletions_; }
+  // Stores and deletions that the table did not take; SmFrame counts those of all outputs.
+  std::uint64_t storesFailed() const { return storesFailed_; }
   OwnedTask& reconciliationTask() { return task_; }
   const OwnedTask& reconciliationTask() const { return task_; }
 
@@ -78,6 +83,7 @@ class OutputBase {
   SmFrame& frame_;
   bool reconciling_ = false;
   bool useBookmark_ = false;
+  std::uint64_t storesFailed_ = 0;
 
  private:
   bool predecessorsReady() const;
@@ -87,6 +93,8 @@ class OutputBase {
 
   OutputId id_;
   OwnedTask task_;
+  std::uint64_t reconciled_ = 0;
+  std::uint64_t reconciliationDeletions_ = 0;
 };
 
 template <class OutputTable>
@@ -168,6 +176,7 @@ class Output : public OutputBase {
     try {
       write();
     } catch (const Quell::TableError& error) {
+      ++storesFailed_;
       frame_.storeFailed(error.what());
     } catch (const Fenn::CorruptionDetectedException& damage) {
       table_.damaged(damage.what());

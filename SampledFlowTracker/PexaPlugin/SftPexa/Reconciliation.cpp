@@ -36,6 +36,8 @@ void OutputBase::inputReady() {
   if (reconciling_) {
     if (handedOver()) return;  // U4
     const Run run = deletionScan();
+    reconciled_ += run.processed;
+    reconciliationDeletions_ += run.deletions;
     if (!run.ended) {
       yieldScan(run);
       return;

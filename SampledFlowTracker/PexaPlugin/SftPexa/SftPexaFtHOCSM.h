@@ -82,6 +82,16 @@ class SftPexaFtHOCSM : public Kiv::PtrInterface, public SmFrame {
     }
   }
 
+  // How often flows of a family came into a state, and left it.
+  template <class Domain>
+  const FlowChanges& flowChanges() const {
+    if constexpr (FlowTracking::IpFamily<Domain>::kIndex == 0) {
+      return statements4_.changes();
+    } else {
+      return statements6_.changes();
+    }
+  }
+
   using LocalCounterCounterIp6CollectionOutputKeyType = KeyTypeOf<LocalCounterTable, Pavo::Traits::IPv6>;
   using LocalCounterCounterCollectionOutputKeyType = KeyTypeOf<LocalCounterTable, Pavo::Traits::IPv4>;
   using HosStateCounterHosStateIp6CounterOutputKeyType = KeyTypeOf<HosStateCounterTable, Pavo::Traits::IPv6>;

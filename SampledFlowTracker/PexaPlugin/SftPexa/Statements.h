@@ -21,6 +21,7 @@
 #include <optional>
 
 #include "Decisions.h"
+#include "FlowChanges.h"
 #include "HoFlowConfig.h"
 #include "Output.h"
 #include "StatementTexts.h"
@@ -77,6 +78,8 @@ class Statements {
   // is done.
   void eventToInput(const Key& key, const std::optional<Config>& config);
 
+  const FlowChanges& changes() const { return changes_; }
+
   // The statements.
   void statusStream(const Event& event);
   void flowCounterStream(const Event& event, State curState);
@@ -88,7 +91,8 @@ class Statements {
  private:
   Event eventOf(const Key& key, bool outOfResources, const std::optional<Config>& config) const;
   // The three that a promoted flow passes through too.
-  void mergedStreams(const Event& event);
+  enum class Cause : std::uint8_t { input, promotion };
+  void mergedStreams(const Event& event, Cause cause);
   void promote(const Key& key);
   void stateCountIs(const StateStep& step);
 
@@ -96,6 +100,7 @@ class Statements {
   const Kiv::Ptr<SftPexaDrovaHelper> helper_;
   FamilyOutputs<Domain>& outputs_;
   SmFrame& frame_;
+  FlowChanges changes_;
 };
 
 }  // namespace SampledFlowTracker

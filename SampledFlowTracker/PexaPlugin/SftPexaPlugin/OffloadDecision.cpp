@@ -17,6 +17,7 @@ using FlowTracking::IpFamily;
 using Pexa::HeaderName;
 using Pexa::PacketContext;
 using Pexa::PacketHeader;
+using Pexa::Counter::OffloadOutcome;
 using Pexa::Counter::PexaSftHoCounterCollection;
 
 namespace {
@@ -28,6 +29,13 @@ void countReason(PacketContext pktCtx, std::string_view category, std::string_vi
   if (Pexa::PexaNamedCounters* counters = pktCtx.namedCounters()) {
     counters->count(category, _defaultPexaTraceHandle(), reason);
   }
+}
+
+// Who only asks, without counters, is not counted.
+template <class Domain>
+void countOutcome(const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters,
+                  AllowedTrafficDirection direction, OffloadOutcome outcome) {
+  if (localHoCounters) localHoCounters->outcomes().inc<Domain>(direction, outcome);
 }
 
 [[gnu::cold]] void writeOutcome(PacketContext pktCtx, const Skein::CallSite& site, std::string_view outcome) {
@@ -123,6 +131,7 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
   const PacketHeader& next = headerBehind(pktCtx, ipHeader);
   const PacketHeader* l4 = l4Header(next);
   if (l4 == nullptr) {
+    countOutcome<Domain>(localHoCounters, direction, OffloadOutcome::notTcpOrUdp);
     traceDecline("maybeOffloadIp", __LINE__, "not tcp/udp ", Pexa::stringValue(next.name()));
     return false;
   }
@@ -137,11 +146,13 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
   const std::optional<HoFlowState> state =
       statusOf(hoFlowStatus.get(), key, ahead.valid ? ahead.hash : StatusMap::hash(key));
   if (!state) {
+    countOutcome<Domain>(localHoCounters, direction, OffloadOutcome::noStatus);
     countReason(pktCtx, kDrop, "No flow status");
     traceOutcome(pktCtx, noStatus, "No flow status");
     return false;
   }
   if (state != HoFlowState::inHardware) {
+    countOutcome<Domain>(localHoCounters, direction, OffloadOutcome::notInHardware);
     countReason(pktCtx, kDrop, "Flow state not in hardware");
     traceOutcome(pktCtx, notInHardware, "Flow state not in hardware");
     return false;
@@ -149,6 +160,7 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
   using Header = typename IpFamily<Domain>::Header;
   const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
   const std::uint64_t counterHash = ahead.valid ? ahead.counterHash : CounterMap::hashOf(key.ipFlowKey);
+  localHoCounters->outcomes().inc<Domain>(direction, OffloadOutcome::offloaded);
   localHoCounters->counterIs(key.ipFlowKey, counterHash).hoCount(intf, ip.packetBytes());
   traceOutcome(pktCtx, offloaded, "Hw sampling packet");
   return true;
@@ -185,6 +197,7 @@ bool maybeOffloadCommon(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
                         bool hwOffloadIpv6) {
   const PacketHeader* ipHeader = offloadedHeader(pktCtx, hwOffloadIpv4, hwOffloadIpv6);
   if (ipHeader == nullptr) {
+    if (localHoCounters) localHoCounters->outcomes().otherInc(direction);
     traceDecline("maybeOffloadCommon", __LINE__, "maybeOffloadCommon Not IPv4 or IPv6");
     return false;
   }

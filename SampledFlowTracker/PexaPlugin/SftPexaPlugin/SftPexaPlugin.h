@@ -75,6 +75,8 @@ class SftPexaPlugin : public Pexa::PexaPluginBase {
   // ftrCapabilities, fwCapabilities) are mounted. What a child's construction throws is passed on; the
   // earlier children stay.
   void activeInit(Pexa::PexaMode mode) override;
+  // What the children count, "sft_..."; nothing of those that are not there (PluginMetrics.cpp).
+  void metricsInto(Metrics::Snapshot& snapshot) const override;
 
   const Kiv::Ptr<HwFlowTracking::Capabilities>& ftrCapabilities() const { return ftrCapabilities_; }
   const Kiv::Ptr<HwFlowWatcher::Capabilities>& fwCapabilities() const { return fwCapabilities_; }

@@ -62,6 +62,8 @@ TYPED_TEST(RefusedStoreTest, TheRestOfTheEventGoesOn) {
   this->somebodyElseWrites();
   this->want(this->key(1));
   EXPECT_EQ(this->sm->storesFailed(), 1U);
+  EXPECT_EQ(this->outputs().status.storesFailed(), 1U);
+  EXPECT_EQ(this->outputs().counter.storesFailed(), 0U);
   EXPECT_FALSE(this->statusOf(this->key(1)));
   EXPECT_THAT(this->waitingKeys(), ElementsAre(this->key(1)));
 }
