@@ -19,8 +19,10 @@ BUDGET = "MAX_HO_FLOW_ENTRIES"
 class Bench:
     """What is started later of one kind goes on where what was started before left."""
 
-    def __init__(self, build, directory):
+    def __init__(self, build, directory, prefix=()):
+        """`prefix` is put before each program's command line; sft's has none."""
         self.build = build
+        self.prefix = tuple(prefix)
         self.directory = pathlib.Path(directory)
         self.sft_program = build / "bin/sft"
         self.tracker_program = build / "bin/flow-tracker"
@@ -77,7 +79,7 @@ class Bench:
 
     def start_collector(self):
         self.collectors += 1
-        self.collector = Nfcapd(self.directory / f"nfcapd-{self.collectors}")
+        self.collector = Nfcapd(self.directory / f"nfcapd-{self.collectors}", self.prefix)
         self.collector.await_start()
 
     def start_tracker(self, interfaces, **limits):
@@ -86,7 +88,8 @@ class Bench:
         self.tracker_config.write_text(tracker.configuration(self.directory, interfaces, collectors, **limits))
         log = self.directory / "flow-tracker.log"
         log.unlink(missing_ok=True)
-        self.tracker = tracker.Tracker(self.tracker_program, self.tracker_config, self.directory, log)
+        command = [*self.prefix, self.tracker_program, "--config", self.tracker_config]
+        self.tracker = tracker.Tracker(command, self.directory, log)
         return self.tracker.await_ready()
 
     def end_tracker(self):
@@ -104,7 +107,7 @@ class Bench:
         return collector
 
     def write_agent_config(self, ports, forward, collector_port, rate, pace="fast"):
-        """Ports are (name, kind, source); packets are sampled where they enter the first one."""
+        """Ports are (name, kind, source); packets are sampled where they enter a port that `forward` names on the left."""
         quote = json.dumps  # a JSON string is a TOML string
         lines = [f"run_dir = {quote(str(self.directory))}", f"plugins = {quote([str(each) for each in self.plugins])}"]
         for name, kind, source in ports:
@@ -120,8 +123,8 @@ class Bench:
             lines += [f"[state.{quote(path)}]", *(f"{name} = {quote(value)}" for name, value in attributes.items())]
         self.agent_config.write_text("\n".join(lines) + "\n")
 
-    def start_agent(self, budget, prefix=()):
-        command = [*prefix, self.build / "bin/pexa-agent", "--config", self.agent_config, "--run-dir", self.directory]
+    def start_agent(self, budget):
+        command = [*self.prefix, self.build / "bin/pexa-agent", "--config", self.agent_config, "--run-dir", self.directory]
         self.agent = Program("pexa-agent", command, self.directory / "agent.log", {**os.environ, BUDGET: str(budget)})
 
     def ports(self):

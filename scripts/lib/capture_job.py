@@ -7,19 +7,14 @@ replay begins when what was wanted is in hardware, so that those flows are count
 import collections
 
 import flows
-from bench import BUDGET, IN_HARDWARE, INGRESS, OVERFLOW
+from bench import BUDGET, IN_HARDWARE, OVERFLOW
 from evenly import write_evenly
 from outcome import Outcome, show_flows, show_packets, show_reasons
-from page import Checks
+from job import PATIENCE, Job, family
 
 IN_PORT, OUT_PORT = "Ethernet1", "Ethernet3"
-PATIENCE = 30  # seconds for what takes one or two
 FIRST_REPLAY = 2  # seconds that it takes at least
 SAMPLES_TO_LEARN = 3
-
-
-def family(key):
-    return "IPv4" if len(key.src) == 4 else "IPv6"
 
 
 def by_family(keys):
@@ -33,14 +28,12 @@ def want_arguments(key):
     return [source, destination, "--proto", flows.protocol(key), "--vlan", rest, "--direction", "ingress", "--interface", IN_PORT]
 
 
-class CaptureJob:
+class CaptureJob(Job):
     """The steps, in their order; what each leaves for the next."""
+    PORTS = (IN_PORT, OUT_PORT)
 
     def __init__(self, bench, arguments, page):
-        self.bench = bench
-        self.arguments = arguments
-        self.page = page
-        self.checks = Checks(page)
+        super().__init__(bench, arguments, page)
         self.traffic = flows.count(arguments.capture)
         self.samples_to_learn = SAMPLES_TO_LEARN
         self.expected = self._learned(SAMPLES_TO_LEARN)
@@ -48,7 +41,6 @@ class CaptureJob:
             self.samples_to_learn = 1
             self.expected = self._learned(1)
         self.budget = arguments.budget or max(1, min(by_family(self.expected).values(), default=2) // 2)
-        self.listen = "127.0.0.1:0"
         self.written = bench.directory / "out.pcap"
         self.seconds = 60 + arguments.capture.stat().st_size / 1e6
 
@@ -59,16 +51,12 @@ class CaptureJob:
         """(packets, octets) of these flows, as they are in the capture."""
         return {key: (self.traffic.flows[key].packets, self.traffic.flows[key].octets) for key in keys}
 
-    def _start_tracker(self, **limits):
-        most = 8192 + len(self.traffic.flows)
-        port = self.bench.start_tracker([IN_PORT, OUT_PORT], samples_to_learn=self.samples_to_learn, most=most, listen=self.listen,
-                                        **limits)
-        self.listen = f"127.0.0.1:{port}"
-        self.page.command("flow-tracker --config flow-tracker.toml &", self.bench.tracker.said())
+    def start_tracker(self, **limits):
+        super().start_tracker(samples_to_learn=self.samples_to_learn, most=8192 + len(self.traffic.flows), **limits)
 
     def _start_agent(self, capture, rate, pace):
         ports = [(IN_PORT, "capture", capture), (OUT_PORT, "write", self.written)]
-        self.bench.write_agent_config(ports, {IN_PORT: OUT_PORT}, self.listen.rsplit(":", 1)[1], rate, pace)
+        self.write_agent_config(ports, {IN_PORT: OUT_PORT}, rate, pace)
         self.bench.start_agent(self.budget)
 
     def _replayed(self):
@@ -78,24 +66,13 @@ class CaptureJob:
         states = self.bench.states() if states is None else states
         return {key for key, its in states.items() if its == state}
 
-    # 1
-
-    def wait_for_samples(self):
-        self.page.step("A flow tracker waits for samples, an IPFIX collector (nfcapd) for its records; nothing is wanted in hardware")
-        self.bench.start_collector()
-        self._start_tracker()
-        self.page.sft(self.bench, "table", "list")
-        self.checks.equal("no flow is wanted", self.bench.wanted(), set())
-
-    # 2
-
     def learn(self):
         seconds = write_evenly(self.arguments.capture, self.bench.directory / "evenly.pcap", FIRST_REPLAY)
         self.page.step(f"The agent starts with room for {self.budget} flows of each family ({BUDGET}); the capture passes it in "
                        f"{seconds:.0f} s, every packet sampled that is not in hardware")
         self._start_agent(self.bench.directory / "evenly.pcap", 1, "recorded")
         outcome = self._replayed()
-        self._await_accounts(outcome)
+        self.await_accounts(outcome)
         self.page.sft(self.bench, "flows", most=4)
         self.page.sft(self.bench, "states")
         learned = f"the tracker wants exactly the flows of {self.samples_to_learn} packets and more: {len(self.expected)}"
@@ -107,26 +84,8 @@ class CaptureJob:
             admitted = min(count, self.budget)
             self.checks.equal(f"{name}: {admitted} are in hardware, {count - admitted} in overflow",
                               (found[IN_HARDWARE], found[OVERFLOW]), (admitted, count - admitted))
-        self._check_states(states)
+        self.check_states(states)
         return outcome
-
-    def _await_accounts(self, outcome):
-        """Waits until the tracker has seen every sample, and every count that the agent published."""
-
-        def settled():
-            told = self.bench.tracker.statistics()
-            counted = sum(row["packets"] for row in self.bench.tracker.ask("flows"))
-            return told["flowSamples"] == outcome.sampled() and counted == outcome.in_hardware()
-
-        self.bench.until(settled, PATIENCE, f"the tracker has not seen all of {outcome.sampled():,} samples and "
-                         f"{outcome.in_hardware():,} counted packets")
-
-    def _check_states(self, states):
-        published = {(row["family"], row["key"]["state"]): row["count"] for row in self.bench.sft("states") if row["count"]}
-        self.checks.equal("the published numbers of flows by state are those of the statuses", published,
-                          dict(collections.Counter((family(key), state) for key, state in states.items())))
-
-    # 3
 
     def account(self, outcome):
         self.page.step("What became of the packets")
@@ -134,10 +93,8 @@ class CaptureJob:
         self._check_packets(outcome)
         ingress = outcome.sampler(IN_PORT, "ingress")
         self.checks.equal(f"each packet left to sampling was sampled: {ingress['samples']:,}", ingress["samples"], ingress["pool"])
-        published = {key: each for key, each in self.bench.counts("counters").items() if each != (0, 0)}
-        self.checks.flows(f"the published counters are the agent's own: {len(published)} flows", published, outcome.local)
-        known = {flows.from_json(row["key"]["ipFlowKey"]): (row["packets"] + row["sampledPackets"], row["octets"] + row["sampledOctets"])
-                 for row in self.bench.tracker.ask("flows")}
+        self.check_published(outcome)
+        known = self.known_to_tracker()
         self.checks.flows(f"counted and sampled together, the tracker knows what passed of each flow: {len(known)} flows", known,
                           self._truth(self.expected))
 
@@ -163,8 +120,6 @@ class CaptureJob:
         left = outcome.ports[OUT_PORT]["packetsOut"]
         equal(f"every packet left again: {left:,}", left, entered)
 
-    # 4
-
     def read_back(self):
         self.page.step("The tracker ends, and has told the collector; what is wanted stays wanted")
         some = min(self.expected)
@@ -172,19 +127,10 @@ class CaptureJob:
         self.page.command("sft flow unwant " + " ".join(want_arguments(some)), refused.stderr)
         self.checks.true("while the tracker runs nobody else changes what is wanted",
                          refused.returncode != 0 and str(self.bench.tracker.pid) in refused.stderr, "it was not refused")
-        collector = self.bench.end_tracker()
-        self._show_records(collector)
+        collector = self.end_tracker()
         self.checks.flows(f"nfdump reads of each learned flow what the capture holds, packets and octets: {len(self.expected)} flows",
                           collector.totals(), self._truth(self.expected))
-        self.checks.true("nfcapd met no sequence error and no bad packet", "Sequence Errors: 0, Bad Packets: 0" in collector.said(),
-                         collector.said())
         self.checks.equal("what was wanted is wanted", self.bench.wanted(), self.expected)
-
-    def _show_records(self, collector):
-        arguments = ["-q", "-s", "record/packets", "-n", "4", "-o", "line"]
-        self.page.command(f"nfdump -R {collector.folder.name} {' '.join(arguments)}", collector.nfdump(*arguments))
-
-    # 5
 
     def replace(self):
         self.page.step("A flow in hardware is withdrawn by hand, and one that waits takes its place")
@@ -213,8 +159,6 @@ class CaptureJob:
                          "the published counters are not those of the flows in hardware")
         self.checks.equal("its counter went with it, and the new one's came", self.bench.counts("counters").keys(), expected)
 
-    # 6
-
     def crash(self):
         self.page.step("The agent is killed (SIGKILL), and what is wanted changes while it is gone")
         self.bench.kill_agent()
@@ -233,12 +177,12 @@ class CaptureJob:
         rate = self.arguments.sample_rate
         self.page.step(f"Tracker and agent start again; the capture passes as fast as it can, one packet in {rate} sampled")
         self.bench.start_collector()
-        self._start_tracker()
+        self.start_tracker()
         self.checks.true(f"the tracker took over what is wanted: {len(wanted)}",
                          f"{len(wanted)} wanted offloads taken over" in self.bench.tracker.said(), self.bench.tracker.said())
         self._start_agent(self.arguments.capture, rate, "fast")
         outcome = self._replayed()
-        self._await_accounts(outcome)
+        self.await_accounts(outcome)
         audited, _ = self.bench.until(lambda: self.bench.sft("attr", "get", "SftAudit", "lastResult")[0]["lastResult"], PATIENCE,
                                       "the agent's tables were not audited")
         self.page.note(audited)
@@ -257,7 +201,7 @@ class CaptureJob:
                          now - wanted <= self.expected, f"{len(wanted - now)} are not wanted any more")
         self.bench.until(lambda: self.bench.states().keys() == now, PATIENCE, "the statuses are not those of the wanted flows")
         states = self.bench.states()
-        self._check_states(states)
+        self.check_states(states)
         self.checks.equal("no status is stale", self.bench.sft("flows", "--state", "unwanted"), [])
         self.checks.equal("each flow is in hardware or in overflow", set(states.values()) - {IN_HARDWARE, OVERFLOW}, set())
         admitted = self._in(IN_HARDWARE, states)
@@ -267,13 +211,9 @@ class CaptureJob:
         self.checks.true("each flow in hardware has a counter, and none is of a flow that nobody wants",
                          admitted <= published <= now, published)
 
-    # 7
-
     def compare(self, exact):
         self.page.step("Read back from the collector: what was counted in hardware is exact, what was sampled an estimate")
-        collector = self.bench.end_tracker()
-        totals = collector.totals()
-        self._show_records(collector)
+        totals = self.end_tracker().totals()
         truth = self._truth(self.traffic.flows)
         show_flows(self.page, ["capture", "collector"], {key: (truth[key], totals.get(key, (0, 0))) for key in exact}, self.arguments.top)
         self.checks.flows(f"in hardware: nfdump reads what the capture holds, packets and octets: {len(exact)} flows",
@@ -282,11 +222,9 @@ class CaptureJob:
         self.page.note(f"sampled: the records of {len(sampled)} flows tell of {sum(totals[key][0] for key in sampled):,} packets; all "
                        f"flows outside the hardware have {sum(truth[key][0] for key in truth.keys() - exact.keys()):,} in the capture")
 
-    # 8, 9
-
     def age_out(self):
         self.page.step("No traffic any more, and a tracker with an idle timeout of 3 s: everything leaves the hardware")
-        self._start_tracker(idle_timeout=3)
+        self.start_tracker(idle_timeout=3)
         _, took = self.bench.until(lambda: not self.bench.states(), PATIENCE, "flows without traffic are still in hardware")
         self.page.sft(self.bench, "states")
         self.checks.equal(f"after {took:.0f} s no flow is wanted", self.bench.wanted(), set())
@@ -313,7 +251,7 @@ class CaptureJob:
         wanted = self.crash()
         self.compare(self.restart(wanted))
         if stay:
-            self._start_tracker()
+            self.start_tracker()
             stay()
         else:
             self.age_out()

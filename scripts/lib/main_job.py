@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """The main job, shown: flows are sampled, learned, wanted in hardware, admitted as far as there is room, counted, and exported.
 
-Called by scripts/run, which builds first. Packets of a capture pass the agent, which samples them (sFlow); flow-tracker learns
+Called by scripts/run, which builds first. Packets of a capture, or of programs that talk, pass the agent, which samples them (sFlow); flow-tracker learns
 flows from the samples and wants them offloaded; the agent admits them and counts them packet by packet; flow-tracker tells the
 counts to a collector (nfcapd, IPFIX). Each step is shown with the operator's commands, and what the programs say is held against
 an independent count of what was sent. Status 0 only when everything adds up.
 """
 import argparse
+import contextlib
 import os
 import pathlib
 import shutil
@@ -18,6 +19,8 @@ import threading
 import interrupts
 from bench import Bench
 from capture_job import CaptureJob
+from live_job import LiveJob
+from namespaces import Network, Unavailable
 from page import Page
 from programs import Failure, close_all
 
@@ -34,12 +37,15 @@ def positive(text):
 def arguments_of(root):
     parser = argparse.ArgumentParser(prog="scripts/run", description=__doc__.split("\n\n")[0])
     parser.add_argument("capture", nargs="?", type=pathlib.Path, help="the capture to replay (tests/captures/mixed.pcap)")
+    parser.add_argument("--live", action="store_true", help="programs that talk between network namespaces, in place of a capture; root")
     parser.add_argument("--keep", action="store_true", help="leave all programs and their run directory up until Ctrl-C")
-    parser.add_argument("--budget", type=positive, help="flows of a family that may be in hardware (half of what is wanted)")
+    parser.add_argument("--budget", type=positive, help="flows of a family that may be in hardware (half of what is wanted; live: 2048)")
     parser.add_argument("--sample-rate", type=positive, default=10, help="one packet in so many, in the second replay (10)")
     parser.add_argument("--top", type=positive, default=5, help="flows to show (5)")
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     arguments = parser.parse_args()
+    if arguments.live and arguments.capture:
+        parser.error("--live has no capture")
     arguments.build = arguments.build.absolute()
     arguments.capture = (arguments.capture or root / "tests/captures/mixed.pcap").absolute()
     if not arguments.capture.is_file():
@@ -66,6 +72,7 @@ def show_commands(page, bench, root, keep):
         print(f"  {sft + ' ' + command:<66} {page.paint('2', '# ' + purpose)}")
     if not keep:
         print(f"  {'scripts/run path/to/capture.pcapng':<66} {page.paint('2', '# a capture of your own (Ethernet)')}")
+        print(f"  {'scripts/run --live':<66} {page.paint('2', '# programs that talk between network namespaces (root)')}")
     print("  " + page.paint("2", "docs/operating.md and docs/flow-tracker.md say more."))
 
 
@@ -78,10 +85,26 @@ def await_interrupt():
     print()
 
 
-def run(bench, root, arguments, page):
+def capture_job(bench, arguments, page, _stack):
     job = CaptureJob(bench, arguments, page)
     page.head(f"{os.path.relpath(arguments.capture)}: {job.traffic.packets:,} packets, {len(job.traffic.flows):,} flows")
-    page.note("capture -> pexa-agent -> samples (sFlow) -> flow-tracker -> wanted offloads -> pexa-agent -> counters -> flow-tracker "
+    return job
+
+
+def live_job(bench, arguments, page, stack):
+    try:
+        network = stack.enter_context(Network())
+    except Unavailable as why:
+        raise Failure(f"--live: {why}") from None
+    bench.prefix = network.agent.command([])
+    page.head(f"Host a ({network.a.ipv4}, {network.a.ipv6}) - pexa-agent - host b ({network.b.ipv4}, {network.b.ipv6})")
+    return LiveJob(bench, arguments, page, network)
+
+
+def run(bench, root, arguments, stack):
+    page = Page()
+    job = (live_job if arguments.live else capture_job)(bench, arguments, page, stack)
+    page.note("packets -> pexa-agent -> samples (sFlow) -> flow-tracker -> wanted offloads -> pexa-agent -> counters -> flow-tracker "
               "-> IPFIX -> nfcapd")
 
     def stay():
@@ -108,10 +131,11 @@ def main():
     arguments = arguments_of(root)
     directory = pathlib.Path(tempfile.mkdtemp(prefix="pexa-run."))
     bench = Bench(arguments.build, directory)
+    stack = contextlib.ExitStack()
     status, kept = 1, True
     try:
         interrupts.raise_interrupted()
-        status = 0 if run(bench, root, arguments, Page()) else 1
+        status = 0 if run(bench, root, arguments, stack) else 1
         kept = status != 0
     except Failure as error:
         print(f"\nscripts/run: {error}", file=sys.stderr)
@@ -124,6 +148,7 @@ def main():
     finally:
         interrupts.ignore()
         close_all()
+        stack.close()
         if not kept:
             shutil.rmtree(directory)
     if kept:

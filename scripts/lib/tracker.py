@@ -22,8 +22,8 @@ def configuration(run_dir, interfaces, collectors=(), samples_to_learn=2, idle_t
 
 
 class Tracker(Program):
-    def __init__(self, program, config, run_dir, log):
-        super().__init__("flow-tracker", [program, "--config", config], log)
+    def __init__(self, command, run_dir, log):
+        super().__init__("flow-tracker", command, log)
         self.socket = run_dir / SOCKET
 
     def await_ready(self, seconds=30):

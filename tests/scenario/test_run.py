@@ -8,7 +8,9 @@ import sys
 import unittest
 
 from harness import BUILD, OWN_CAPTURES, PATIENCE, ROOT, ScenarioTest
+from namespaces import Network, Unavailable, ip
 
+LIVE_ABSENT = [each for each in ("ip", "ethtool", "curl", "nginx", "iperf3", "dnsmasq", "dig") if not shutil.which(each)]
 JOB = ROOT / "scripts/lib/main_job.py"
 
 
@@ -71,6 +73,27 @@ class RunTest(ScenarioTest):
         self.assertEqual(job.wait(PATIENCE), 128 + signal.SIGPIPE)
         self.assertEqual(job.stderr.read(), "")
         self.check_nothing_is_left()
+
+    @unittest.skipIf(LIVE_ABSENT, f"not installed: {', '.join(LIVE_ABSENT)}")
+    def test_live_hosts_receive_what_is_counted(self):
+        try:
+            Network().close()
+        except Unavailable as why:
+            self.skipTest(str(why))
+        job = self.start("--live")
+        out, err = job.communicate(timeout=2 * PATIENCE)
+        self.assertEqual((job.returncode, err), (0, ""), out)
+        self.assertRegex(out, r"\n\d\d checks, all good\n")
+        self.check_nothing_is_left()
+        job = self.start("--live")
+        for line in job.stdout:
+            if line.startswith("3. "):  # servers and the agent are up
+                break
+        job.send_signal(signal.SIGINT)
+        job.communicate(timeout=PATIENCE)
+        self.assertEqual(job.returncode, 128 + signal.SIGINT)
+        self.check_nothing_is_left()
+        self.assertNotIn(f"pexa-{job.pid}-", ip("netns", "list"))
 
     def test_a_capture_that_is_not_there(self):
         job = self.start(OWN_CAPTURES / "absent.pcap")

@@ -1,0 +1,127 @@
+"""The closed loop between two live hosts in network namespaces: curl, dig and iperf3 talk through the agent.
+
+Every packet is sampled until its flow is in hardware, and one sample makes a flow wanted: so what was sampled and what was
+counted are together what the receiving hosts' kernels counted.
+"""
+import ipaddress
+
+import flows
+from bench import BUDGET, IN_HARDWARE
+from conversations import Servers, as_on_a_wire, ask_name, fetch, kernel_counts, stream
+from job import PATIENCE, Job
+from outcome import Outcome, show_flows
+
+PORT_A, PORT_B = "Ethernet1", "Ethernet2"  # towards the hosts a and b
+SECONDS = 2  # of a stream
+
+
+def received(totals, host):
+    """What of these flows reached a host, as kernel_counts() tells it."""
+    addresses = {ipaddress.ip_address(each).packed for each in (host.ipv4, host.ipv6)}
+    here = {key: each for key, each in totals.items() if key.dst in addresses}
+    return {"tcp": sum(packets for key, (packets, _) in here.items() if key.proto == 6),
+            "udp": sum(packets for key, (packets, _) in here.items() if key.proto == 17),
+            "ipv4": sum(octets for key, (_, octets) in here.items() if len(key.src) == 4)}
+
+
+class LiveJob(Job):
+    """The steps, in their order; what each leaves for the next."""
+    PORTS = (PORT_A, PORT_B)
+
+    def __init__(self, bench, arguments, page, network):
+        super().__init__(bench, arguments, page)
+        self.network = network
+        self.budget = arguments.budget or 2048
+        self.servers = None
+
+    def connect(self):
+        a, b = self.network.a, self.network.b
+        self.page.step(f"The agent starts between the hosts, with room for {self.budget:,} flows of each family ({BUDGET}); every packet is "
+                       "sampled that is not in hardware")
+        for host in (a, b):
+            as_on_a_wire(host)
+        self.servers = Servers(b, self.bench.directory / "servers")
+        self.write_agent_config([(PORT_A, "device", a.port), (PORT_B, "device", b.port)], {PORT_A: PORT_B, PORT_B: PORT_A}, 1)
+        self.bench.start_agent(self.budget)
+        self.bench.until(self.bench.ports, PATIENCE, "the agent does not answer")
+        self.page.sft(self.bench, "ports")
+
+    def talk(self):
+        """Gives the report of a UDP stream."""
+        a, b = self.network.a, self.network.b
+        self.page.step("Programs on host a talk to servers on host b")
+        for address in (b.ipv4, f"[{b.ipv6}]"):
+            self.page.command(f"curl http://{address}/page", fetch(a, address))
+        for address, kind in ((b.ipv4, "A"), (b.ipv6, "AAAA")):
+            self.page.command(f"dig @{address} www.example.test {kind}", ask_name(a, address, kind))
+        for address, *options in ((b.ipv4, "-t", SECONDS), (b.ipv6, "-t", SECONDS, "-R")):
+            report = stream(a, address, *options)["sum_received"]
+            self.page.command(f"iperf3 -c {address} {' '.join(map(str, options))}", f"{report['bits_per_second'] / 1e6:,.0f} Mbit/s received")
+        options = ["-u", "-b", "20M", "-l", "1200", "-t", SECONDS]
+        report = stream(a, b.ipv4, *options)["sum"]
+        self.page.command(f"iperf3 -c {b.ipv4} {' '.join(map(str, options))}", f"{report['packets']:,} packets of 1,200 bytes sent")
+        self.servers.end()
+        return report
+
+    def account(self):
+        self.page.step("What became of the packets")
+        self._await_rest()
+        outcome = Outcome(self.bench, self.bench.ports())
+        self.await_accounts(outcome)
+        self.page.sft(self.bench, "flows", most=6)
+        for view in ("states", "ports", "samples"):
+            self.page.sft(self.bench, view)
+        self.checks.equal("each wanted flow has a status", self.bench.states().keys(), self.bench.wanted())
+        self.check_states(self.bench.states())
+        self.check_published(outcome)
+        for port, host in ((PORT_A, self.network.a), (PORT_B, self.network.b)):
+            left = outcome.ports[port]["packetsOut"]
+            self.checks.equal(f"every packet that left on {port} reached its host: {left:,}", host.counters("eth0")["packets_in"], left)
+        self._check_received("the tracker knows", self.known_to_tracker())
+        return outcome
+
+    def _await_rest(self):
+        """Waits until what the hosts sent has passed the agent."""
+
+        def passed():
+            ports = self.bench.ports()
+            return (ports[PORT_A]["packetsIn"] == ports[PORT_B]["packetsOut"] and ports[PORT_B]["packetsIn"] == ports[PORT_A]["packetsOut"]
+                    and all(host.counters("eth0")["packets_in"] == ports[port]["packetsOut"]
+                            for port, host in ((PORT_A, self.network.a), (PORT_B, self.network.b))))
+
+        self.bench.until(passed, PATIENCE, "the hosts' kernels have not received what left the agent")
+
+    def _check_received(self, who, totals):
+        for name, host in (("a", self.network.a), ("b", self.network.b)):
+            told, counted = received(totals, host), kernel_counts(host)
+            self.checks.equal(f"{who} what host {name}'s kernel received: {counted['tcp']:,} TCP and {counted['udp']:,} UDP packets, "
+                              f"{counted['ipv4']:,} octets of IPv4", told, counted)
+
+    def read_back(self, outcome, report):
+        self.page.step("The tracker ends, and has told the collector")
+        exact = {key: outcome.local[key] for key, state in self.bench.states().items() if state == IN_HARDWARE and key in outcome.local}
+        totals = self.end_tracker().totals()
+        show_flows(self.page, ["in hardware", "collector"], {key: (exact[key], totals.get(key, (0, 0))) for key in exact}, self.arguments.top)
+        self._check_received("nfdump reads", totals)
+        streams = {key: each for key, each in totals.items() if key.proto == 17 and key.dport == 5201 and each[0] >= report["packets"]}
+        sent = report["packets"] * (1200 + 28)
+        for key, (packets, octets) in streams.items():  # iperf3 greets with a datagram of 4 bytes
+            self.checks.equal(f"iperf3's own stream: {flows.text(key)}", (packets, octets), (report["packets"] + 1, sent + 4 + 28))
+        self.checks.equal("its stream is there once", len(streams), 1)
+
+    def end(self):
+        self.page.step("All end in order")
+        if self.bench.tracker:
+            self.bench.end_tracker()
+        self.checks.equal("pexa-agent ended in order", self.bench.end_agent(), 0)
+
+    def run(self, stay):
+        """All steps; `stay` is called, if given, while everything is up."""
+        self.wait_for_samples(samples_to_learn=1)
+        self.connect()
+        report = self.talk()
+        self.read_back(self.account(), report)
+        if stay:
+            self.start_tracker(samples_to_learn=1)
+            stay()
+        self.end()
