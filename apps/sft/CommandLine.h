@@ -5,6 +5,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -23,6 +24,7 @@ struct CommandLine {
   std::string path, collection, attribute, value, entity, name;
   std::vector<std::string> arguments;
   int level = 0;
+  std::uint64_t limit = 0;
   bool follow = false;
   bool repair = false;
   int status = 0;  // of the program, when the command could be done

@@ -12,6 +12,7 @@
 #include "TraceCommands.h"
 #include "TrackerCommands.h"
 #include "WantCommands.h"
+#include "WhyCommand.h"
 #include "agent/RunDir.h"
 #include "top/TopCommand.h"
 
@@ -169,6 +170,7 @@ int main(int argc, char** argv) {
   addTraceCommands(app, line);
   addAuditCommand(app, line);
   Sft::addTrackerCommand(app, line);
+  Sft::addWhyCommand(app, line);
   Sft::addTopCommand(app, line);
   try {
     app.parse(argc, argv);
