@@ -7,6 +7,7 @@
 #include "AgentCommands.h"
 #include "AuditCommands.h"
 #include "CommandLine.h"
+#include "MetricsCommand.h"
 #include "RecordTypes.h"
 #include "TableCommands.h"
 #include "TraceCommands.h"
@@ -171,6 +172,7 @@ int main(int argc, char** argv) {
   addAuditCommand(app, line);
   Sft::addTrackerCommand(app, line);
   Sft::addWhyCommand(app, line);
+  Sft::addMetricsCommand(app, line);
   Sft::addTopCommand(app, line);
   try {
     app.parse(argc, argv);
