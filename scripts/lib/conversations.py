@@ -84,8 +84,7 @@ def stream(host, address, *options):
 
 
 def kernel_counts(host):
-    """What a host's kernel received since the host was made: "tcp" and "udp" packets, over IPv4 and IPv6 together, and "ipv4" octets.
-    Packets that nobody took count: they arrived."""
+    """What a host's kernel received since the host was made: "tcp" and "udp" packets, over IPv4 and IPv6 together, and "ipv4" octets."""
     values = collections.Counter()
     lines = run(host, "cat", "/proc/net/snmp", "/proc/net/netstat").splitlines()
     for names, numbers in zip(lines[::2], lines[1::2]):
@@ -94,6 +93,7 @@ def kernel_counts(host):
     for line in run(host, "cat", "/proc/net/snmp6").splitlines():
         name, number = line.split()
         values[name] = int(number)
-    return {"tcp": values["Tcp:InSegs"],
-            "udp": sum(values[name] for name in ("Udp:InDatagrams", "Udp:NoPorts", "Udp:InErrors", "Udp6InDatagrams", "Udp6NoPorts", "Udp6InErrors")),
-            "ipv4": values["IpExt:InOctets"]}
+    delivered = values["Ip:InDelivers"] + values["Ip6InDelivers"]
+    icmp = values["Icmp:InMsgs"] + values["Icmp6InMsgs"]
+    # UDP itself counts only what somebody has read.
+    return {"tcp": values["Tcp:InSegs"], "udp": delivered - icmp - values["Tcp:InSegs"], "ipv4": values["IpExt:InOctets"]}

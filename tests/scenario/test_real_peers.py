@@ -2,15 +2,16 @@
 totals are what passed; the tracker understands what other agents sent."""
 import csv
 import json
-import pathlib
 import shutil
 import signal
-import socket
 import unittest
 
-from harness import OWN_CAPTURES, PATIENCE, REAL_CAPTURES, SAMPLING, TRACKING, ScenarioTest, flows, skip_without  # first: it leads to scripts/lib
-from collectors import Nfcapd, Sfcapd
+from harness import AGENT, OWN_CAPTURES, PATIENCE, REAL_CAPTURES, SAMPLING, TRACKING, ScenarioTest, flows, skip_without  # first: it leads to scripts/lib
+from collectors import Sfcapd
+from conversations import as_on_a_wire, kernel_counts, run, stream
 from evenly import write_evenly
+from live_job import received
+from namespaces import Network, Unavailable
 from programs import Program, free_udp_port, udp_bytes_waiting, until
 from test_flow_tracker import FlowTrackerTest
 
@@ -131,6 +132,74 @@ class SflowTest(ScenarioTest):
         for each in found:  # sfacctd scales by the pool numbers between two samples, sfcapd by the rate
             told = sum(packets for packets, _ in each.values())
             self.assertLess(abs(told - passed), 8 * 10 * (passed * 0.1 * 0.9) ** 0.5)  # eight standard deviations
+
+
+@installed("sfcapd", "nfdump", "sfacctd", "iperf3", "ethtool", "ip")
+class LiveSflowTest(ScenarioTest):
+    """Hosts talk through the agent, which samples every packet where it enters."""
+    STREAMS = (("ipv4", "-b", "4M", "-l", "1000", "-n", "300K"), ("ipv6", "-u", "-b", "2M", "-l", "1000", "-n", "200K"))
+
+    def setUp(self):
+        super().setUp()
+        try:
+            self.network = Network()
+        except Unavailable as why:
+            self.skipTest(str(why))
+        self.addCleanup(self.network.close)
+        for host in (self.network.a, self.network.b):
+            as_on_a_wire(host)
+
+    def start_in(self, space, name, *command):
+        program = Program(name, space.command(command), self.dir / f"{name}.log")
+        self.addCleanup(program.close)
+        return program
+
+    def start_agent(self, peers):
+        collectors = json.dumps([f"127.0.0.1:{peer.port}" for peer in peers])
+        state = {TRACKING: {"hwOffloadIpv4": True, "hwOffloadIpv6": True, "sampleRate": 1},
+                 SAMPLING: {"ingressInterfaces": ["Ethernet1", "Ethernet2"], "egressInterfaces": []}}
+        ports = [(f"Ethernet{number}", "device", host.port) for number, host in enumerate((self.network.a, self.network.b), 1)]
+        self.write_config(ports, forward={"Ethernet1": "Ethernet2", "Ethernet2": "Ethernet1"}, state=state,
+                          extra=f'[sflow]\nagent = "192.0.2.1"\ncollectors = {collectors}\n')
+        agent = self.start_in(self.network.agent, "pexa-agent", AGENT, "--config", self.config)
+        until(lambda: ": ready: " in agent.said(), PATIENCE, "the agent is not ready", [agent])
+        return agent
+
+    def talk(self):
+        server = self.start_in(self.network.b, "iperf3", "iperf3", "-s")
+        until(lambda: ":5201" in run(self.network.b, "ss", "-Hlnt"), PATIENCE, "iperf3 has not started", [server])
+        for family, *options in self.STREAMS:
+            stream(self.network.a, getattr(self.network.b, family), *options)
+        server.end()
+
+    def kernels(self):
+        """TCP and UDP packets that each host's kernel received."""
+        return [{kind: kernel_counts(host)[kind] for kind in ("tcp", "udp")} for host in (self.network.a, self.network.b)]
+
+    def told(self, peer):
+        """The same, as a collector tells it."""
+        return [{kind: received(peer.totals(), host)[kind] for kind in ("tcp", "udp")} for host in (self.network.a, self.network.b)]
+
+    def sampled(self):
+        """Whether each packet that came in was sampled."""
+        return {row["name"]: row["packetsIn"] for row in self.sft("ports")} == \
+            {row["intfId"]: row["samples"] for row in self.sft("samples") if row["direction"] == "ingress"}
+
+    def test_collectors_have_every_packet_that_the_hosts_kernels_received(self):
+        prefix = self.network.agent.command([])
+        peers = [Sfcapd(self.dir / "sfcapd", prefix), Sfacctd(self.dir / "sfacctd", prefix)]
+        for peer in peers:
+            self.addCleanup(peer.close)
+            peer.await_start()
+        agent = self.start_agent(peers)
+        self.talk()
+        self.eventually(self.sampled, True)
+        self.assertEqual(agent.end(), 0)
+        for peer in peers:
+            peer.finish()
+        kernels = self.kernels()
+        self.assertGreater(min(kernels[1].values()), 50)
+        self.assertEqual([self.told(peer) for peer in peers], [kernels, kernels])
 
 
 @skip_without(REAL_CAPTURES)
