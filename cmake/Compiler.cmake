@@ -22,7 +22,7 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition)
 add_link_options(-Wl,--as-needed)
 
-if(CMAKE_BUILD_TYPE STREQUAL "Release")
+if(SFT_HARDEN AND CMAKE_BUILD_TYPE STREQUAL "Release")
   # What is installed reads packets and datagrams from anybody.
   add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
   add_compile_definitions(_FORTIFY_SOURCE=2)
