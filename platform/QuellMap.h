@@ -124,6 +124,8 @@ class Map : public MapBase {
   bool first(Record& out) const { return table() && table()->walkFirst(&out); }
   bool after(const Key& key, Record& out) const { return table() && table()->walkAfter(&key, &out); }
   bool atOrAfter(const Key& key, Record& out) const { return table() && table()->walkAtOrAfter(&key, &out); }
+  // Keys that the walk soon meets, as a hint; see Table::walkAhead.
+  bool ahead(Key& key) const { return table() && table()->walkAhead(&key); }
   bool behind(const WalkDamage& damage, Record& out) const {
     return !damage.atEnd() && table() && table()->walkFrom(damage.resumeAt(), &out);
   }

@@ -113,6 +113,9 @@ class Table {
   bool walkAtOrAfter(const void* key, void* out) const { return walkKey(key, true, out); }
   // From a place in the order, as WalkDamage tells one.
   bool walkFrom(std::uint64_t position, void* out) const;
+  // Keys that the walk meets a few steps later, each told once; false when there is none at present. A hint,
+  // to ask for the memory they lead to: some are left out, and what is told may be no key at all.
+  bool walkAhead(void* key) const;
 
   // --- Writing. Each throws TableError when this process cannot become the writer (the text names the
   // process that is), or when there is no room: nothing has changed then.

@@ -36,6 +36,10 @@ bool Table::walkKey(const void* key, bool inclusive, void* out) const {
   return TableScan(*this).walk(position, key, inclusive, out);
 }
 
+bool Table::walkAhead(void* key) const {
+  return TableScan(*this).ahead(key);
+}
+
 void Table::writingIs() {
   if (!writer_) writer_ = std::make_unique<TableWriter>(file_);
   writer_->begin();

@@ -128,6 +128,17 @@ void TableIndex::split() {
   publishState();
   for (const EntryPlace& mover : movers) BucketEdit(*mover.bucket).entryIs(mover.position, 0);
   if (old.buckets.size() > 1) compact(from);
+  prefetchSplit();
+}
+
+// Buckets are split in their order, and a split reads every record of its bucket.
+void TableIndex::prefetchSplit() const {
+  const std::uint64_t from = buckets_ & (std::bit_floor(buckets_) - 1);
+  for (const Word& word : file_.bucket(from).entries) {
+    const std::uint64_t slot = entrySlot(word.load(std::memory_order_relaxed));
+    if (slot < space_.slots()) file_.prefetchSlot(slot);
+  }
+  __builtin_prefetch(&file_.bucket(from + 1));
 }
 
 // Moves entries forward into free places, then lets go of the buckets at the end that are not needed. Copies

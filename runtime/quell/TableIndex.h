@@ -53,6 +53,7 @@ class TableIndex {
   Chain chain(std::uint64_t number) const;
   void publishState();
   void split();
+  void prefetchSplit() const;
   void compact(std::uint64_t number);
   void append(std::uint64_t number, std::uint64_t entry);
 

@@ -232,18 +232,35 @@ std::uint64_t TableScan::behindBucket(std::uint64_t position, std::uint64_t numb
   return (position & ~(step - 1)) + step;
 }
 
-void TableScan::prefetchBehind(std::uint64_t position, std::uint64_t number) const {
-  const std::uint64_t next = behindBucket(position, number);
-  const std::uint64_t second = bucketOf(reverseBits(next), table_.buckets_, table_.mask_);
-  const Bucket& bucket = file_.bucket(second);
-  for (const Word& word : bucket.entries) {
+template <class Visit>
+void TableScan::visitSlots(std::uint64_t number, const Visit& visit) const {
+  for (const Word& word : file_.bucket(number).entries) {
     const std::uint64_t slot = entrySlot(word.load(std::memory_order_relaxed));
-    if (slot >= table_.slots_) continue;
-    const auto* at = reinterpret_cast<const std::byte*>(file_.slot(slot));
-    for (const std::byte* line = at; line < at + file_.slotBytes(); line += 64) __builtin_prefetch(line);
+    if (slot < table_.slots_) visit(slot);
   }
-  const std::uint64_t third = behindBucket(next, second);
-  __builtin_prefetch(&file_.bucket(bucketOf(reverseBits(third), table_.buckets_, table_.mask_)));
+}
+
+// Three buckets ahead, as far as each has come: the records of the next one have been asked for when this was
+// called for the bucket before, the one after has its entries here, of the third nothing.
+void TableScan::prefetchBehind(std::uint64_t position, std::uint64_t number) {
+  const auto behind = [&] {
+    position = behindBucket(position, number);
+    number = bucketOf(reverseBits(position), table_.buckets_, table_.mask_);
+    return number;
+  };
+  visitSlots(behind(), [&](std::uint64_t slot) { place_.ahead.push_back(file_.slot(slot)); });
+  visitSlots(behind(), [&](std::uint64_t slot) { file_.prefetchSlot(slot); });
+  __builtin_prefetch(&file_.bucket(behind()));
+}
+
+bool TableScan::ahead(void* key) {
+  if (place_.ahead.empty()) return false;
+  const Word* slot = place_.ahead.back();
+  place_.ahead.pop_back();
+  const std::size_t count = wordsFor(file_.keyBytes());
+  for (std::size_t i = 0; i < count; ++i) words_.words[i] = slot[1 + i].load(std::memory_order_relaxed);
+  std::memcpy(key, words_.words.data(), file_.keyBytes());
+  return true;
 }
 
 bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, void* out) {

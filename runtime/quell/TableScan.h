@@ -24,6 +24,8 @@ class TableScan {
   // The first record at or behind a place in the order, and, where a key is given, behind the key (or at it)
   // among the records of that place.
   bool walk(std::uint64_t position, const void* key, bool inclusive, void* out);
+  // A key that a walk meets soon; see Table.
+  bool ahead(void* key);
   std::uint64_t entries();
 
  private:
@@ -57,8 +59,10 @@ class TableScan {
   // The first record of place_ at or behind a place in the order, into best_.
   enum class Step { found, none, changed };
   Step stepIn(std::uint64_t position, const void* key, bool inclusive, bool& damaged);
-  // Asks for the memory that the walk reads after a bucket.
-  void prefetchBehind(std::uint64_t position, std::uint64_t number) const;
+  // Asks for the memory that the walk reads after a bucket, and notes what is there by now.
+  void prefetchBehind(std::uint64_t position, std::uint64_t number);
+  template <class Visit>
+  void visitSlots(std::uint64_t number, const Visit& visit) const;
   std::uint64_t behindBucket(std::uint64_t position, std::uint64_t number) const;
   [[noreturn]] void damage(const std::string& why) const;
   std::string text(const std::string& why) const;

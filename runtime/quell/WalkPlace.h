@@ -32,6 +32,7 @@ struct WalkPlace {
     state = 0;
     entries.clear();
     chain.clear();
+    ahead.clear();
   }
   bool holds(std::uint64_t stateNow, std::uint64_t number) const {  // W2
     if (state != stateNow || bucket != number) return false;
@@ -45,6 +46,7 @@ struct WalkPlace {
   std::uint64_t bucket = 0;
   std::vector<Entry> entries;
   std::vector<Link> chain;
+  std::vector<const Layout::Word*> ahead;  // slots of the bucket behind it, not told yet: a hint
 };
 
 }  // namespace Quell

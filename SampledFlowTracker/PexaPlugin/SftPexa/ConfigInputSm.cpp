@@ -135,13 +135,24 @@ void ConfigInputSm<Domain>::doInputScan() {
              R"(en() && "Sm args can only be null if marked as Optional in the SM type declaration")");
   if (phase_ == Phase::config) {
     const ConfigTable<Domain> table{*hoFlowConfig_};
-    if (!walk(table, [this](const Key& key) { handleConfig(key); })) return;
+    if (!walk(table, [this](const Key& key) {
+          lookAhead();
+          handleConfig(key);
+        }))
+      return;
     if (missed_ && frame_.initialScanDone()) {
       resetWalk(Phase::status);
     }
   }
   if (phase_ != Phase::config && !sweep()) return;
   endScan();
+}
+
+template <class Domain>
+void ConfigInputSm<Domain>::lookAhead() const {
+  if (!frame_.initialScanDone()) return;
+  Key key;
+  while (hoFlowConfig_->map<Domain>().ahead(key)) statements_.lookAhead(key);
 }
 
 template <class Domain>

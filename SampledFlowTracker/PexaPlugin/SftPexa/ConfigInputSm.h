@@ -54,6 +54,8 @@ class ConfigInputSm : public Zun::InputSm {
   // Walks on in a phase; false when the slice ended first.
   template <class Table, class Deliver>
   bool walk(const Table& table, const Deliver& deliver);
+  // Asks for the memory of events that the walk triggers soon.
+  void lookAhead() const;
   bool sweep();
   // A key of an output: delivered when it is not wanted any more.
   void deliverUnwanted(const Key& key);

@@ -1,17 +1,18 @@
 // The dataflow statements of one family, and the order in which an event passes through them: start reading
 // here, at eventToInput in Statements.cpp.
 //
+// clang-format off
 //   wanted offload appears, changes or goes
-//     inputStream ──┬─▶ statusStream ─────▶ hoFlowStatus                 (Admission.cpp)
-//                   ├─▶ flowCounterStream ─▶ hoFlowCounter ─▶ deleteLocalCounters ─▶ localCounter
-//                   (Counters.cpp) ├─▶ hosStateCounterStream ─▶ hosStateCounter         (Counters.cpp) ├─▶
-//                   overflowStream ────▶ helper.overflowEntries      (Admission.cpp) └─▶ replacementStream ─▶
-//                   for each waiting flow that there is room for: out of helper.overflowEntries,
-//                                            and through the first three statements once more (Admission.cpp)
+//     inputStream ──┬─▶ statusStream ──────────▶ hoFlowStatus                                  Admission.h
+//                   ├─▶ flowCounterStream ─────▶ hoFlowCounter ─▶ deleteLocalCounters           Counters.h
+//                   ├─▶ hosStateCounterStream ─▶ hosStateCounter                                Counters.h
+//                   ├─▶ overflowStream ────────▶ helper.overflowEntries                        Admission.h
+//                   └─▶ replacementStream ─▶ for each waiting flow that there is room for: out of
+//                         helper.overflowEntries, and through the first three once more        Admission.h
+// clang-format on
 //
 // S1  All statements of an event see the same tuple, taken before the first of them wrote; what is stored now
-// is read
-//     back from the table.
+//     is read back from the table.
 // S2  Nothing yields within an event.
 // S3  No statement runs before the initial scan is done.
 //
@@ -77,6 +78,13 @@ class Statements {
   // Passes the event of a key and its config through the statements. Nothing happens before the initial scan
   // is done.
   void eventToInput(const Key& key, const std::optional<Config>& config);
+  // Asks for the memory that the event of a key reads first: it comes soon.
+  void lookAhead(const Key& key) const {
+    const auto& status = outputs_.status.table().map();
+    const auto& counter = outputs_.counter.table().map();
+    status.prefetchIndex(status.hash(key));
+    counter.prefetchIndex(counter.hash(key.ipFlowKey));
+  }
 
   const FlowChanges& changes() const { return changes_; }
 
