@@ -90,6 +90,7 @@ class Agent::Impl {
 
   void start() {
     setUpTracing();
+    listenForMetrics();
     setUpState();
     loadPlugins();
     mountAll();
@@ -104,6 +105,10 @@ class Agent::Impl {
       loop_.slices().ended(controlSlices_);
       return rows;
     });
+    if (endpoint_) {
+      endpoint_->serve(io_, [this] { return metrics_.snapshot(); });
+      spdlog::info("metrics at http://{}/metrics", endpoint_->listening().text());
+    }
   }
 
   int run(bool untilEnd) {
@@ -131,6 +136,19 @@ class Agent::Impl {
       } catch (const Capture::CaptureError& error) {
         throw ConfigError(filter.place, error.what());
       }
+    }
+  }
+
+  // First: a start that is refused has changed nothing.
+  void listenForMetrics() {
+    if (!config_.metrics) return;
+    const auto& [listen, place] = *config_.metrics;
+    try {
+      endpoint_.emplace(listen);
+    } catch (const std::runtime_error& error) {
+      throw ConfigError(place, fmt::format("[metrics] cannot listen on {}: {}, expected an address of this "
+                                           "machine and a free port",
+                                           listen.text(), error.what()));
     }
   }
 
@@ -184,6 +202,7 @@ class Agent::Impl {
   // Also after a start that failed half way. The order matters: what a plugin gave the agent goes before the
   // plugin's code does, and the exporter and the trace are there until the plugin's last object is gone.
   void takeDown() {
+    endpoint_.reset();
     control_.reset();
     steps_->clear();
     if (manager_->counterHolder) manager_->counterHolder->clear();
@@ -223,6 +242,7 @@ class Agent::Impl {
   const LoopSlices::Kind controlSlices_ = loop_.slices().kindIs("control");
   ControlRequests requests_;
   std::optional<ControlSocket> control_;
+  std::optional<Metrics::MetricEndpoint> endpoint_;
   bool signalled_ = false;
 };
 

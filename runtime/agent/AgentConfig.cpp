@@ -24,8 +24,8 @@ class Reader {
   }
 
   AgentConfig read() {
-    top_.refuseUnknownKeys({"mode", "run_dir", "plugins", "port", "forward", "replay", "sflow", "state",
-                            "trace_filter", "trace"});
+    top_.refuseUnknownKeys({"mode", "run_dir", "plugins", "port", "forward", "replay", "sflow", "metrics",
+                            "state", "trace_filter", "trace"});
     readMode();
     if (const auto dir = top_.string("run_dir")) config_.runDir = fromHere(*dir);
     top_.strings("plugins", [&](std::string library, ConfigPlace place) {
@@ -35,6 +35,7 @@ class Reader {
     if (const auto table = top_.table("forward")) readForwards(*table);
     readPace();
     if (const auto table = top_.table("sflow")) readSflow(*table);
+    if (const auto table = top_.table("metrics")) readMetrics(*table);
     if (const auto table = top_.table("state")) readStates(*table);
     top_.tables("trace_filter", [&](const TomlTable& table) { readTraceFilter(table); });
     if (const auto table = top_.table("trace")) readTrace(*table);
@@ -198,6 +199,17 @@ class Reader {
       throw ConfigError(sflow.place, "[sflow] has no collectors, expected collectors = [\"192.0.2.1:6343\"]");
     }
     config_.sflow = std::move(sflow);
+  }
+
+  void readMetrics(const TomlTable& table) {
+    table.refuseUnknownKeys({"listen"});
+    const ConfigPlace place = table.placeOf("listen");
+    try {
+      const auto listen = Metrics::ListenAddress::of(table.string("listen").value_or(MetricsConfig::kListen));
+      config_.metrics = MetricsConfig{listen, place};
+    } catch (const Kiv::ValueError& error) {
+      throw ConfigError(place, fmt::format("listen {}", error.what()));
+    }
   }
 
   void readStates(const TomlTable& states) {

@@ -7,6 +7,7 @@
 //   [forward]                            # port = "port": what enters the left leaves the right
 //   [replay]                             # pace = "fast" or "recorded"
 //   [sflow]                              # agent = "ADDRESS", collectors = ["HOST:PORT"]
+//   [metrics]                            # listen = "127.0.0.1:9475": the Prometheus endpoint
 //   [state."path"]                       # attribute = value
 //   [[trace_filter]]                     # name, expression (as of tcpdump): whose packets are traced
 //   [trace.level]                        # "Pexa::Sft" = 0 to 9: text traces to the log
@@ -25,6 +26,7 @@
 #include "PexaPlugin.h"
 #include "capture/PortDevice.h"
 #include "capture/ReplayPort.h"
+#include "metrics/MetricEndpoint.h"
 
 namespace Pexa {
 
@@ -54,6 +56,12 @@ struct SflowConfig {
   };
   std::string agent;
   std::vector<Collector> collectors;
+  ConfigPlace place;
+};
+
+struct MetricsConfig {
+  static constexpr const char* kListen = "127.0.0.1:9475";
+  Metrics::ListenAddress listen;
   ConfigPlace place;
 };
 
@@ -87,7 +95,8 @@ struct AgentConfig {
   std::vector<PortConfig> ports;
   std::vector<ForwardConfig> forwards;
   Capture::Pace pace = Capture::Pace::fast;
-  std::optional<SflowConfig> sflow;  // none: samples are taken and counted, and go nowhere
+  std::optional<SflowConfig> sflow;      // none: samples are taken and counted, and go nowhere
+  std::optional<MetricsConfig> metrics;  // none: no endpoint
   std::vector<StateConfig> states;
   std::vector<TraceFilterConfig> traceFilters;
   std::vector<TraceLevelConfig> traceLevels;
