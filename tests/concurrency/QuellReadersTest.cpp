@@ -2,12 +2,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
+#include <map>
 #include <random>
 #include <set>
 #include <thread>
 
 #include "Forked.h"
 #include "QuellFiles.h"
+#include "quell/Journal.h"
+#include "quell/SlotAccess.h"
 
 using namespace QuellTest;
 
@@ -91,4 +95,59 @@ TEST(Readers, InThreadsSeeOnlyWholeRecords) {
   done = true;
   for (std::thread& reader : readers) reader.join();
   EXPECT_EQ(results, (std::vector<int>{0, 0}));
+}
+
+// The journal under the thread sanitizer, and writers that take turns: each reads the whole table through
+// before it writes, while others read and follow.
+TEST(Followers, InThreadsEndWithTheViewOfAFreshReader) {
+  const auto writing = Kiv::makePtr<Things>("things");
+  Quell::attachAnonymous(writing->red(), 4);
+  const auto file = writing->red().table()->file();
+  std::atomic<bool> done{false};
+  std::map<ThingKey, std::uint32_t> copy;
+  auto reading = Kiv::makePtr<Things>("things");
+  reading->red().tableIs(std::make_shared<Quell::Table>(file));
+  Quell::JournalReader journal(*file);
+  const auto look = [&](const ThingKey& key) {
+    Thing found;
+    copy.erase(key);
+    if (reading->red().find(key, found)) copy[key] = found.stamp;
+  };
+  std::thread follower([&] {
+    for (bool last = false; !last;) {
+      last = done;  // what was stored before is in the journal by now
+      Quell::RecordWords words;
+      for (auto news = journal.next(words.words.data()); news != Quell::JournalReader::News::none;
+           news = journal.next(words.words.data())) {
+        ThingKey key;
+        std::memcpy(static_cast<void*>(&key), words.words.data(), sizeof key);
+        if (news == Quell::JournalReader::News::key) {
+          look(key);
+        } else {
+          for (std::uint32_t id = 0; id < kIds; ++id) look(keyOf(id));
+        }
+      }
+    }
+  });
+  std::mt19937 random(11 + 1);
+  for (std::uint32_t turn = 0; turn < 5; ++turn) {
+    writing->red().tableIs(std::make_shared<Quell::Table>(file));
+    for (std::uint32_t i = 0; i < 4000; ++i) {
+      const std::uint32_t id = draw(random) % 3000;
+      if (draw(random) % 3 == 0) {
+        writing->red().erase(keyOf(id));
+      } else {
+        writing->red().insert(thing(id, turn * 4000 + i));
+      }
+    }
+  }
+  done = true;
+  follower.join();
+  std::map<ThingKey, std::uint32_t> fresh;
+  Thing each;
+  for (bool more = writing->red().first(each); more; more = writing->red().after(each.key, each)) {
+    fresh[each.key] = each.stamp;
+  }
+  EXPECT_FALSE(fresh.empty());
+  EXPECT_EQ(copy, fresh);
 }
