@@ -49,7 +49,7 @@ class NfdumpCollector(Program):
         """(packets, octets) of each TCP and UDP flow, over all its records."""
         packets, octets = collections.Counter(), collections.Counter()
         for row in self.rows():
-            if row.get("src_port") and row.get("dst_port"):
+            if "src_port" in row:
                 key = flow_key(row)
                 packets[key] += row["in_packets"]
                 octets[key] += row["in_bytes"]

@@ -5,7 +5,6 @@ counted are together what the receiving hosts' kernels counted.
 """
 import ipaddress
 
-import flows
 from bench import BUDGET, IN_HARDWARE
 from conversations import Servers, as_on_a_wire, ask_name, fetch, kernel_counts, stream
 from job import PATIENCE, Job

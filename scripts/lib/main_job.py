@@ -53,13 +53,13 @@ def arguments_of(root):
     return arguments
 
 
-def show_commands(page, bench, root, keep):
+def show_commands(page, bench, keep):
     page.head("Try next")
     if keep:
         print(f"  export PEXA_RUN_DIR={bench.directory}")
     else:
         print(f"  {'scripts/run --keep':<66} {page.paint('2', '# all stays up; export the PEXA_RUN_DIR that it prints, then')}")
-    sft = os.path.relpath(bench.sft_program, root)
+    sft = os.path.relpath(bench.sft_program)
     for command, purpose in (
         ("flows", "each wanted flow: where it stands, what was counted"),
         ("states", "how many flows are in hardware, and how many wait"),
@@ -101,20 +101,20 @@ def live_job(bench, arguments, page, stack):
     return LiveJob(bench, arguments, page, network)
 
 
-def run(bench, root, arguments, stack):
+def run(bench, arguments, stack):
     page = Page()
     job = (live_job if arguments.live else capture_job)(bench, arguments, page, stack)
     page.note("packets -> pexa-agent -> samples (sFlow) -> flow-tracker -> wanted offloads -> pexa-agent -> counters -> flow-tracker "
               "-> IPFIX -> nfcapd")
 
     def stay():
-        show_commands(page, bench, root, True)
+        show_commands(page, bench, True)
         await_interrupt()
 
     job.run(stay if arguments.keep else None)
     job.checks.summary()
     if not arguments.keep:
-        show_commands(page, bench, root, False)
+        show_commands(page, bench, False)
     return job.checks.failed == 0
 
 
@@ -135,7 +135,7 @@ def main():
     status, kept = 1, True
     try:
         interrupts.raise_interrupted()
-        status = 0 if run(bench, root, arguments, stack) else 1
+        status = 0 if run(bench, arguments, stack) else 1
         kept = status != 0
     except Failure as error:
         print(f"\nscripts/run: {error}", file=sys.stderr)
