@@ -79,8 +79,12 @@ def ask_name(host, address, kind):
 
 
 def stream(host, address, *options):
-    """An iperf3 run; the end of its report, as the receiver saw it."""
-    return json.loads(run(host, "iperf3", "-J", "-c", address, *options))["end"]
+    """An iperf3 run; the end of its report. Once in a while iperf3 ends well without one, and is asked again."""
+    for _ in range(3):
+        report = json.loads(run(host, "iperf3", "-J", "-c", address, *options))
+        if "sum" in report["end"] or "sum_received" in report["end"]:
+            return report["end"]
+    raise Failure(f"iperf3 -c {address} {' '.join(map(str, options))}\n  does not report what was received: {report.get('error', report)}")
 
 
 def kernel_counts(host):

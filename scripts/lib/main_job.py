@@ -149,6 +149,7 @@ def main():
         interrupts.ignore()
         close_all()
         stack.close()
+        kept = kept and any(directory.iterdir())  # nothing was started otherwise
         if not kept:
             shutil.rmtree(directory)
     if kept:
