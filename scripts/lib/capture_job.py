@@ -90,6 +90,8 @@ class CaptureJob(Job):
     def account(self, outcome):
         self.page.step("What became of the packets")
         self._show(outcome)
+        self.page.sft(self.bench, "tracker")
+        self._explain()
         self._check_packets(outcome)
         ingress = outcome.sampler(IN_PORT, "ingress")
         self.checks.equal(f"each packet left to sampling was sampled: {ingress['samples']:,}", ingress["samples"], ingress["pool"])
@@ -97,6 +99,16 @@ class CaptureJob(Job):
         known = self.known_to_tracker()
         self.checks.flows(f"counted and sampled together, the tracker knows what passed of each flow: {len(known)} flows", known,
                           self._truth(self.expected))
+
+    def _explain(self):
+        """Asks why a flow is where it is, for one in hardware and one in overflow."""
+        states = self.bench.states()
+        for state, verdict in ((IN_HARDWARE, "in-hardware"), (OVERFLOW, "waiting-for-room")):
+            for key in sorted(self._in(state, states))[:1]:
+                flow = want_arguments(key)[:6]
+                said = self.bench.sft_run("why", *flow).stdout  # its status tells whether it is in hardware
+                self.page.command("sft why " + " ".join(flow), said)
+                self.checks.true(f"sft why says: {verdict}", f": {verdict}\n" in said, said)
 
     def _show(self, outcome):
         show_packets(self.page, outcome, IN_PORT, OUT_PORT)

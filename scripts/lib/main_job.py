@@ -62,7 +62,8 @@ def show_commands(page, bench, keep):
     sft = os.path.relpath(bench.sft_program)
     for command, purpose in (
         ("flows", "each wanted flow: where it stands, what was counted"),
-        ("states", "how many flows are in hardware, and how many wait"),
+        ("why '*:80'", "why flows are where they are"),
+        ("top", "flows by rate, budget, sampling and reasons on the whole screen"),
         ("tasks", "the work between packets"),
         ("reasons", "why packets were treated as they were"),
         ("state get hardware/flowtracking/config/sampled", "the configuration in force"),
