@@ -22,19 +22,23 @@ std::uint64_t number(const Value& answer, std::string_view name) {
 
 class RunningAudit {
  public:
-  RunningAudit(const Context& context, bool repair)
-      : context_(context), client_(context.runDir), output_(context.json) {
+  RunningAudit(const Context& context, bool repair) : client_(context.runDir) {
     requireEntity();
     run_ = Kiv::ValueTraits<std::uint64_t>::fromValue(call("start", {{"repair", repair}}));
   }
 
-  int show() {
+  // Calls with each finding as it comes, and gives the last answer, which has the totals. Throws CommandError
+  // when the audit did not come to its end.
+  Value forEach(const std::function<void(const Value&)>& each) {
     for (;;) {
       const Value answer = call("findings", {{"run", run_}, {"most", kMostFindings}});
       const auto& findings = *answer.member("findings")->as<Value::List>();
-      for (const Value& each : findings) row(each);
+      for (const Value& finding : findings) each(finding);
       if (!findings.empty()) continue;
-      if (*answer.member("running") == Value(false)) return finish(answer);
+      if (*answer.member("running") == Value(false)) {
+        requireWhole(answer);
+        return answer;
+      }
       std::this_thread::sleep_for(kPause);
     }
   }
@@ -58,6 +62,30 @@ class RunningAudit {
                 [&](const Value& row) { result = *row.member("result"); });
     return result;
   }
+  static void requireWhole(const Value& answer) {
+    if (const auto* reason = answer.member("stopped")->as<Kiv::String>()) {
+      throw CommandError(fmt::format("the audit did not come to its end: {}", *reason));
+    }
+  }
+
+  AgentClient client_;
+  std::uint64_t run_ = 0;
+};
+
+class ShownAudit {
+ public:
+  explicit ShownAudit(const Context& context) : context_(context), output_(context.json) {}
+
+  int show(RunningAudit& audit) {
+    try {
+      return finish(audit.forEach([this](const Value& finding) { row(finding); }));
+    } catch (const CommandError&) {
+      output_.finish();
+      throw;
+    }
+  }
+
+ private:
   void row(const Value& finding) {
     if (context_.json) return output_.row(finding);
     Value::Object shown = *finding.as<Value::Object>();
@@ -70,10 +98,6 @@ class RunningAudit {
     const std::uint64_t differences = number(answer, "differences");
     const std::uint64_t repaired = number(answer, "repaired");
     const std::uint64_t statuses = number(answer, "statuses");
-    if (const auto* reason = answer.member("stopped")->as<Kiv::String>()) {
-      output_.finish();
-      throw CommandError(fmt::format("the audit did not come to its end: {}", *reason));
-    }
     if (context_.json) {
       output_.row(Value::Object{
           {"summary",
@@ -90,15 +114,18 @@ class RunningAudit {
   }
 
   const Context& context_;
-  AgentClient client_;
   Output output_;
-  std::uint64_t run_ = 0;
 };
 
 }  // namespace
 
 int audit(const Context& context, bool repair) {
-  return RunningAudit(context, repair).show();
+  RunningAudit running(context, repair);
+  return ShownAudit(context).show(running);
+}
+
+void auditFindings(const Context& context, const std::function<void(const Value&)>& each) {
+  RunningAudit(context, false).forEach(each);
 }
 
 }  // namespace Sft

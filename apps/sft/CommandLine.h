@@ -27,6 +27,7 @@ struct CommandLine {
   std::uint64_t limit = 0;
   bool follow = false;
   bool repair = false;
+  bool list = false;
   int status = 0;  // of the program, when the command could be done
   FlowFilter filter;
   bool onlyIpv4 = false, onlyIpv6 = false;

@@ -7,6 +7,7 @@
 #include "AgentCommands.h"
 #include "AuditCommands.h"
 #include "CommandLine.h"
+#include "DoctorCommand.h"
 #include "MetricsCommand.h"
 #include "RecordTypes.h"
 #include "TableCommands.h"
@@ -172,6 +173,7 @@ int main(int argc, char** argv) {
   addAuditCommand(app, line);
   Sft::addTrackerCommand(app, line);
   Sft::addWhyCommand(app, line);
+  Sft::addDoctorCommand(app, line);
   Sft::addMetricsCommand(app, line);
   Sft::addTopCommand(app, line);
   try {
