@@ -75,20 +75,41 @@ bool AgentPorts::anyDamaged() const {
                      [](const AgentPort& port) { return replays(port, Capture::ReplayState::damaged); });
 }
 
-void AgentPorts::reportEnds() {
+void AgentPorts::report() {
   for (AgentPort& port : ports_) {
-    const auto state = port.device->replayState();
-    if (port.endReported || state == Capture::ReplayState::none || state == Capture::ReplayState::running)
-      continue;
-    port.endReported = true;
-    const std::uint64_t packets = port.device->counts().packetsIn;
-    if (state == Capture::ReplayState::damaged) {
-      spdlog::error("port {}: {}; the {} packets before the damage were replayed", port.port->name(),
-                    port.device->error(), packets);
-    } else {
-      spdlog::info("port {}: replay finished, {} packets", port.port->name(), packets);
-    }
+    reportEnd(port);
+    if (port.device->kind() == Capture::PortKind::device) reportChange(port);
   }
+}
+
+void AgentPorts::reportEnd(AgentPort& port) {
+  const auto state = port.device->replayState();
+  if (port.endReported || state == Capture::ReplayState::none || state == Capture::ReplayState::running)
+    return;
+  port.endReported = true;
+  const std::uint64_t packets = port.device->counts().packetsIn;
+  if (state == Capture::ReplayState::damaged) {
+    spdlog::error("port {}: {}; the {} packets before the damage were replayed", port.port->name(),
+                  port.device->error(), packets);
+  } else {
+    spdlog::info("port {}: replay finished, {} packets", port.port->name(), packets);
+  }
+}
+
+void AgentPorts::reportChange(AgentPort& port) {
+  const std::string& error = port.device->error();
+  if (error != port.errorReported) {
+    if (error.empty()) {
+      spdlog::info("port {}: up again", port.port->name());
+    } else {
+      spdlog::warn("port {}: {}", port.port->name(), error);
+    }
+    port.errorReported = error;
+  }
+  const std::string& note = port.device->note();
+  if (note == port.noteReported) return;
+  port.noteReported = note;
+  if (!note.empty()) spdlog::warn("port {}: {}", port.port->name(), note);
 }
 
 void AgentPorts::flush() {
@@ -119,6 +140,13 @@ Kiv::Value::List AgentPorts::rows() {
     }
     if (port.forward != nullptr) row.emplace_back("forward", port.forward->port->name());
     if (!device.error().empty()) row.emplace_back("error", device.error());
+    if (!device.note().empty()) row.emplace_back("note", device.note());
+    if (const Capture::OffloadCounts* offloads = device.offloads()) {
+      row.emplace_back("checksumsCompleted", offloads->checksumsCompleted);
+      row.emplace_back("framesCut", offloads->framesCut);
+      row.emplace_back("packetsCut", offloads->packetsCut);
+      row.emplace_back("framesUnusable", offloads->framesUnusable);
+    }
     rows.push_back(std::move(row));
   }
   return rows;

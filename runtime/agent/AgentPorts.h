@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "AgentConfig.h"
@@ -20,6 +21,8 @@ struct AgentPort {
   std::unique_ptr<Capture::PortDevice> device;  // null until it is opened
   AgentPort* forward = nullptr;                 // where its packets leave; null: nowhere
   bool endReported = false;
+  std::string errorReported;  // what was wrong when it was reported last; empty: nothing
+  std::string noteReported;
 };
 
 class AgentPorts : public Sflow::CounterSource {
@@ -41,8 +44,9 @@ class AgentPorts : public Sflow::CounterSource {
   // Whether a capture has packets left, held or not.
   bool replaying() const;
   bool anyDamaged() const;
-  // Logs each capture whose replay came to its end since the last call.
-  void reportEnds();
+  // Logs what is new since the last call: captures whose replay came to its end, live ports with which
+  // something else is wrong than before, or nothing any more.
+  void report();
   // Hands what is written so far to the files.
   void flush();
   // Asks each port for its present status and puts it into the directory.
@@ -54,6 +58,9 @@ class AgentPorts : public Sflow::CounterSource {
   Sflow::IfCounters ifCounters(std::uint32_t portIndex) const override;
 
  private:
+  static void reportEnd(AgentPort& port);
+  static void reportChange(AgentPort& port);
+
   const std::vector<PortConfig> configs_;
   const Capture::Pace pace_;
   std::vector<AgentPort> ports_;  // as in the configuration

@@ -117,12 +117,12 @@ void EventLoop::run(bool untilEnd) {
       if (turn % kTurnsPerLook == 0) lookAtDescriptors();
       continue;
     }
-    ports_.reportEnds();
+    ports_.report();
     flush();
     if (untilEnd && atEnd()) break;
     sleep();
   }
-  ports_.reportEnds();
+  ports_.report();
   flush();
 }
 
@@ -164,7 +164,7 @@ bool EventLoop::atEnd() {
 }
 
 void EventLoop::lookAtDescriptors() {
-  ports_.reportEnds();
+  ports_.report();
   for (const DueWork& each : work_) each.work->flush();
   waits_->armWork();
   static constexpr int kMostHandlers = 16;  // a client that never tires must not hold up the packets

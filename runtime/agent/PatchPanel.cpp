@@ -35,6 +35,7 @@ void PatchPanel::runBurst(AgentPort& port, std::size_t packets, double now) {
     const auto index = static_cast<std::size_t>(std::countr_zero(going));
     port.forward->device->transmit(states_[index].parsed.pkt(), now);
   }
+  port.forward->device->send();
 }
 
 void PatchPanel::prepare(const AgentPort& port, const Capture::ReceivedPacket& received, PacketState& state) {

@@ -1,151 +1,144 @@
 #include "capture/LivePort.h"
 
 #include <fmt/format.h>
-#include <net/if.h>
-#include <pcap/pcap.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "capture/CaptureError.h"
 
 namespace Capture {
-namespace {
-
-constexpr int kSnapLength = 256 * 1024;
-constexpr int kRingBytes = 8 * 1024 * 1024;
-constexpr int kSendBytes =
-    4 * 1024 * 1024;            // queued at the most; without the right to it, the system's default
-constexpr int kMostWaitMs = 1;  // that the kernel may hold a packet back, to hand over many at once
-
-bool isUp(int socket, const std::string& interface) {
-  ifreq request{};
-  std::strncpy(request.ifr_name, interface.c_str(), sizeof request.ifr_name - 1);
-  return ::ioctl(socket, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_UP) != 0;
-}
-
-std::string statusText(pcap_t* handle, int status) {
-  const char* detail = ::pcap_geterr(handle);
-  return detail[0] != '\0' ? fmt::format("{}: {}", ::pcap_statustostr(status), detail)
-                           : ::pcap_statustostr(status);
-}
-
-}  // namespace
 
 LivePort::LivePort(std::string interface) : interface_(std::move(interface)) {
-  if (open() == Opened::never) throw CaptureError(error_);
+  if (!open()) throw CaptureError(error_);
+  refresh();
 }
 
-LivePort::~LivePort() {
-  close();
-}
-
-LivePort::Opened LivePort::open() {
-  const auto fail = [&](Opened result, const std::string& why) {
-    error_ = fmt::format("interface {}: {}", interface_, why);
-    close();
-    return result;
+bool LivePort::open() {
+  const auto failed = [&](const std::string& why) {
+    error_ = fmt::format("interface {}: {}", interface_.name(), why);
+    return false;
   };
-  if (::if_nametoindex(interface_.c_str()) == 0) return fail(Opened::never, "there is no such interface");
-  char why[PCAP_ERRBUF_SIZE] = "";
-  handle_ = ::pcap_create(interface_.c_str(), why);
-  if (handle_ == nullptr) return fail(Opened::never, why);
-  ::pcap_set_snaplen(handle_, kSnapLength);
-  ::pcap_set_promisc(handle_, 1);
-  ::pcap_set_timeout(handle_, kMostWaitMs);
-  ::pcap_set_buffer_size(handle_, kRingBytes);
-  ::pcap_set_tstamp_precision(handle_, PCAP_TSTAMP_PRECISION_NANO);
-  const int status = ::pcap_activate(handle_);
-  if (status < 0) {
-    const bool down = status == PCAP_ERROR_IFACE_NOT_UP;
-    return fail(down ? Opened::notNow : Opened::never, statusText(handle_, status));
+  const unsigned index = interface_.index();
+  if (index == 0) return failed("there is no such interface");
+  if (!interface_.isEthernet()) return failed("not an Ethernet interface");
+  note_ = interface_.switchOffLargeReceive();
+  const std::string why = socket_.open(index);
+  if (!why.empty()) return failed(why);
+  if (!socket_.hasReceiveBytes()) {
+    if (!note_.empty()) note_ += "; ";
+    note_ += "no right to a receive buffer of its own size (CAP_NET_ADMIN): bursts may be lost";
   }
-  if (::pcap_datalink(handle_) != DLT_EN10MB) return fail(Opened::never, "not an Ethernet interface");
-  if (::pcap_setnonblock(handle_, 1, why) != 0) return fail(Opened::never, why);
-  if (::pcap_setdirection(handle_, PCAP_D_IN) != 0) return fail(Opened::never, ::pcap_geterr(handle_));
-  descriptor_ = ::pcap_get_selectable_fd(handle_);
-  ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUFFORCE, &kSendBytes, sizeof kSendBytes);
+  index_ = index;
+  dropsOutAtOpen_ = interface_.dropsOut();
   ++descriptorChanges_;
-  error_.clear();
-  return Opened::yes;
+  return true;
 }
 
-void LivePort::close() {
-  if (handle_ == nullptr) return;
-  formerDrops_ = counts_.dropsIn;
-  ::pcap_close(handle_);
-  handle_ = nullptr;
-  if (descriptor_ != -1) ++descriptorChanges_;
-  descriptor_ = -1;
+// The socket's last counts are kept. What it had received and not delivered yet is still delivered.
+void LivePort::closed() {
+  lostIn_ += socket_.drops();
+  lostOut_ = counts_.dropsOut - refused_;
+  socket_.close();
+  index_ = 0;
+  ++descriptorChanges_;
 }
 
-void LivePort::reopen(double now) {
-  if (now < nextOpen_) return;
-  open();
-  nextOpen_ = now + kReopenSeconds;
-}
-
-// What a delivery call fills.
-struct LivePort::Burst {
-  LivePort& port;
-  std::span<ReceivedPacket> room;
-  std::size_t count = 0;
-};
-
-void LivePort::delivered(unsigned char* user, const pcap_pkthdr* header, const unsigned char* bytes) {
-  auto& burst = *reinterpret_cast<Burst*>(user);
-  const Pavo::Pkt pkt(bytes, header->caplen, header->len);
-  constexpr std::int64_t kSecond = 1'000'000'000;
-  const std::int64_t time = header->ts.tv_sec * kSecond + header->ts.tv_usec;  // nanoseconds: see open()
-  burst.room[burst.count] = {burst.port.buffer_.copy(pkt), time};
-  burst.port.countIn(burst.room[burst.count].pkt);
-  ++burst.count;
+void LivePort::look(double now) {
+  nextLook_ = now + kLookSeconds;
+  const unsigned index = interface_.index();
+  if (socket_.isOpen() && index != index_) {
+    error_ = fmt::format("interface {}: went away", interface_.name());
+    closed();
+  }
+  if (!socket_.isOpen() && (index == 0 || !open())) return;
+  const std::string why = interface_.whyNot();
+  error_ = why.empty() ? std::string() : fmt::format("interface {}: {}", interface_.name(), why);
 }
 
 std::size_t LivePort::receive(std::span<ReceivedPacket> room, double now) {
-  if (handle_ == nullptr) reopen(now);
-  if (handle_ == nullptr || room.empty()) return 0;
-  buffer_.clear();
-  Burst burst{*this, room};
-  const std::size_t most = std::min(room.size(), kMostBurst);
-  const int status = ::pcap_dispatch(handle_, static_cast<int>(most), &LivePort::delivered,
-                                     reinterpret_cast<unsigned char*>(&burst));
-  more_ = burst.count == most;
-  if (status < 0) {
-    lost(::pcap_geterr(handle_));
-    nextOpen_ = now + kReopenSeconds;
+  if (now >= nextLook_) look(now);
+  cut_.clear();
+  if (!cutter_.more() && nextFrame_ == received_.frames.size()) {
+    nextFrame_ = 0;
+    received_ = socket_.isOpen() ? socket_.receive() : PacketSocket::Received();
+    if (received_.unusable != 0) unusable(received_.unusable);
+    if (received_.error != 0) look(now);
   }
-  return burst.count;
+  const auto timeNs = static_cast<std::int64_t>(now * 1e9);
+  const std::size_t most = std::min(room.size(), kMostBurst);
+  std::size_t count = 0;
+  while (count < most && next(room[count].pkt)) {
+    room[count].timeNs = timeNs;
+    countIn(room[count].pkt);
+    ++count;
+  }
+  more_ = received_.more || cutter_.more() || nextFrame_ != received_.frames.size();
+  return count;
 }
 
-void LivePort::lost(const std::string& why) {
-  refresh();
-  error_ = fmt::format("interface {}: {}", interface_, why);
-  close();
+// The next packet of the frames that were received, cut where they are to be.
+bool LivePort::next(Pavo::Pkt& pkt) {
+  while (!cutter_.more()) {
+    if (nextFrame_ == received_.frames.size()) return false;
+    PacketSocket::Frame& frame = received_.frames[nextFrame_++];
+    if (!begin(frame)) {
+      unusable(1);
+    } else if (frame.offload.cut == FrameOffload::Cut::none) {
+      pkt = {frame.bytes, frame.length, frame.length};
+      return true;
+    }
+  }
+  const std::uint32_t length = cutter_.nextLength();
+  std::uint8_t* room = cut_.take(length);
+  cutter_.next(room);
+  ++offloads_.packetsCut;
+  pkt = {room, length, length};
+  return true;
 }
 
-double LivePort::nextReceive() const {
-  if (handle_ == nullptr) return nextOpen_;
-  return more_ ? 0.0 : kNever;
+// Finishes a frame, or has the cutter begin with it. False: it cannot be finished.
+bool LivePort::begin(PacketSocket::Frame& frame) {
+  if (frame.offload.cut != FrameOffload::Cut::none) {
+    if (!cutter_.frameIs(frame.bytes, frame.length, frame.offload)) return false;
+    ++offloads_.framesCut;
+  } else if (frame.offload.checksumMissing) {
+    if (!completeChecksum(frame.bytes, frame.length, frame.offload)) return false;
+    ++offloads_.checksumsCompleted;
+  }
+  return true;
+}
+
+void LivePort::unusable(std::uint64_t frames) {
+  offloads_.framesUnusable += frames;
+  lostIn_ += frames;
+  counts_.dropsIn += frames;
 }
 
 void LivePort::transmit(const Pavo::Pkt& pkt, double) {
-  // Not pcap_inject: a full send queue must cost the packet, not the time until there is room.
-  if (handle_ != nullptr && ::send(descriptor_, pkt.front(), pkt.capturedLength(), MSG_DONTWAIT) >= 0) {
-    countOut(pkt);
-  } else {
-    ++counts_.dropsOut;
+  if (queued_ == queue_.size()) send();
+  queue_[queued_++] = pkt;
+}
+
+void LivePort::send() {
+  const std::span<const Pavo::Pkt> packets(queue_.data(), std::exchange(queued_, 0));
+  if (packets.empty()) return;
+  const PacketSocket::Sent sent = socket_.isOpen() ? socket_.send(packets) : PacketSocket::Sent();
+  for (std::size_t i = 0; i < packets.size(); ++i) {
+    if (sent[i]) countOut(packets[i]);
   }
+  const std::uint64_t refused = packets.size() - sent.count();
+  refused_ += refused;
+  counts_.dropsOut += refused;
 }
 
 void LivePort::refresh() {
-  if (handle_ == nullptr) return;
-  pcap_stat stats{};
-  if (::pcap_stats(handle_, &stats) == 0) counts_.dropsIn = formerDrops_ + stats.ps_drop + stats.ps_ifdrop;
-  error_ = isUp(descriptor_, interface_) ? std::string() : fmt::format("interface {}: is down", interface_);
+  if (!socket_.isOpen()) return;
+  const std::string why = interface_.whyNot();
+  error_ = why.empty() ? std::string() : fmt::format("interface {}: {}", interface_.name(), why);
+  counts_.dropsIn = lostIn_ + socket_.drops();
+  const std::uint64_t dropped = interface_.dropsOut();  // 0 when it is gone, or made anew
+  counts_.dropsOut = refused_ + lostOut_ + (dropped > dropsOutAtOpen_ ? dropped - dropsOutAtOpen_ : 0);
 }
 
 }  // namespace Capture

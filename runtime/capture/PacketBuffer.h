@@ -24,10 +24,15 @@ class PacketBuffer {
   // REQUIRES: fewer than kMostBurst packets since clear().
   Pavo::Pkt copy(const Pavo::Pkt& pkt) {
     const std::uint32_t length = std::min(pkt.capturedLength(), kMostPacket);
-    std::uint8_t* at = bytes_.get() + used_;
+    std::uint8_t* at = take(length);
     if (length != 0) std::memcpy(at, pkt.front(), length);
-    used_ += (length + kAlign - 1) / kAlign * kAlign;
     return {at, length, pkt.wireLength()};
+  }
+  // Room for a packet, that stays until clear(). REQUIRES: as copy(), at most kMostPacket bytes.
+  std::uint8_t* take(std::uint32_t length) {
+    std::uint8_t* at = bytes_.get() + used_;
+    used_ += (length + kAlign - 1) / kAlign * kAlign;
+    return at;
   }
 
  private:

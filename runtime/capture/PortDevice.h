@@ -33,6 +33,14 @@ struct PortCounts {
   std::uint64_t dropsOut = 0;
 };
 
+// What was done for senders that leave work to their network card. Counted since the device was opened.
+struct OffloadCounts {
+  std::uint64_t checksumsCompleted = 0;  // packets
+  std::uint64_t framesCut = 0;           // that came as one, and ...
+  std::uint64_t packetsCut = 0;          // ... the packets that they were cut into
+  std::uint64_t framesUnusable = 0;      // lost, and counted as drops: nothing can be made of them
+};
+
 enum class PortKind : std::uint8_t { capture, device, write };
 // "capture", "device", "write": as the configuration names them.
 std::string_view stringValue(PortKind kind);
@@ -55,9 +63,11 @@ class PortDevice {
   // Takes the packets that have come, at most as many as there is room for, and gives their number. The time
   // is the caller's clock in UTC seconds.
   virtual std::size_t receive(std::span<ReceivedPacket> room, double now) = 0;
-  // Sends a packet, or writes it with the given time in UTC seconds. What cannot be sent is counted as a
-  // drop.
+  // Takes a packet to be sent with the next send(), or writes it with the given time in UTC seconds. Its bytes
+  // must stay until then. What cannot be sent is counted as a drop.
   virtual void transmit(const Pavo::Pkt& pkt, double now) = 0;
+  // Sends what transmit() took. To be called behind each burst.
+  virtual void send() {}
 
   // Becomes readable when packets have come; -1: there is nothing to wait on. It is another one whenever
   // descriptorChanges() has changed.
@@ -82,6 +92,10 @@ class PortDevice {
   virtual bool up() const { return true; }
   // What is wrong at present: with a damaged capture, where the damage is. Empty when nothing is.
   const std::string& error() const { return error_; }
+  // What an operator should know although packets pass; empty when nothing.
+  const std::string& note() const { return note_; }
+  // Null for a device that has no part in offloads.
+  virtual const OffloadCounts* offloads() const { return nullptr; }
 
  protected:
   void countIn(const Pavo::Pkt& pkt) {
@@ -95,6 +109,7 @@ class PortDevice {
 
   PortCounts counts_;
   std::string error_;
+  std::string note_;
 };
 
 }  // namespace Capture

@@ -165,6 +165,10 @@ class Host(Space):
         self.setting("net.ipv4.ping_group_range", "'0 0'")
         self.plug()
 
+    def configure(self):
+        """Puts eth0 up, with its addresses: going down takes those of IPv6 away."""
+        self._eth0.configure()
+
     def plug(self):
         """Makes the link to the agent."""
         ip("link", "add", "eth0", "netns", self.name, "address", f"02:00:00:00:77:{self.number:02x}",

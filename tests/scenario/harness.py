@@ -113,7 +113,7 @@ class Agent:
     PROGRAM = AGENT
 
     def __init__(self, arguments, environment=None):
-        self.process = subprocess.Popen([str(self.PROGRAM), *map(str, arguments)], stdin=subprocess.DEVNULL, text=True,
+        self.process = subprocess.Popen(self.command(arguments), stdin=subprocess.DEVNULL, text=True,
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                         env={**os.environ, **(environment or {})})
         self.log = []
@@ -121,6 +121,9 @@ class Agent:
         self.changed = threading.Condition()
         self.reader = threading.Thread(target=self._read, daemon=True)
         self.reader.start()
+
+    def command(self, arguments):
+        return [str(self.PROGRAM), *map(str, arguments)]
 
     def _read(self):
         for line in self.process.stderr:

@@ -1,0 +1,76 @@
+// Frames of one interface: received and sent many at a time, with what the kernel says of their offloads. An
+// AF_PACKET socket, promiscuous, that does not hear what this machine sends.
+//
+// Neighbours: FrameOffload.h finishes the frames, LivePort.h owns the socket. docs/decisions/0007 says why
+// not libpcap. Threading: one thread.
+#pragma once
+
+#include <array>
+#include <bitset>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "Pavo.h"
+#include "capture/FrameOffload.h"
+#include "capture/PortDevice.h"
+
+namespace Capture {
+
+class PacketSocket {
+ public:
+  static constexpr std::size_t kMostBurst = PortDevice::kMostBurst;
+  static constexpr std::uint32_t kMostFrame = 66 * 1024;  // 64 KB and its headers
+
+  struct Frame {
+    std::uint8_t* bytes = nullptr;  // may be written to; valid until the next receive()
+    std::uint32_t length = 0;
+    FrameOffload offload;
+  };
+  struct Received {
+    std::span<Frame> frames;
+    bool more = false;  // there may be frames that no readable descriptor announces
+    // Frames that cannot be handed over: longer than kMostFrame, or with an offload that the kernel cannot
+    // tell.
+    std::uint32_t unusable = 0;
+    int error = 0;  // errno; ENETDOWN when the interface went down or away, told once
+  };
+
+  PacketSocket();
+  ~PacketSocket();
+  PacketSocket(const PacketSocket&) = delete;
+  PacketSocket& operator=(const PacketSocket&) = delete;
+
+  // Opens the socket on the interface with this index; returns what failed, or an empty text.
+  std::string open(unsigned index);
+  void close();
+  bool isOpen() const { return descriptor_ >= 0; }
+  int descriptor() const { return descriptor_; }
+
+  // Takes the frames that have come, tags that the kernel took off put back. REQUIRES: isOpen().
+  Received receive();
+  using Sent = std::bitset<kMostBurst>;  // which packets the kernel took
+  // Sends packets in their order, without waiting. REQUIRES: isOpen(), at most kMostBurst.
+  Sent send(std::span<const Pavo::Pkt> packets);
+
+  // Frames lost since open() because the agent was not there in time to receive them.
+  std::uint64_t drops();
+  // Bytes of received frames that the kernel holds for the agent.
+  static constexpr int kReceiveBytes = 64 * 1024 * 1024;
+  // False: this process has no right to that much, and frames are lost in shorter bursts.
+  bool hasReceiveBytes() const { return hasReceiveBytes_; }
+
+ private:
+  struct Messages;  // what the system calls read and write
+  std::string failed(const char* what);
+  Frame frameOf(std::size_t index);  // of what was received
+
+  int descriptor_ = -1;
+  bool hasReceiveBytes_ = false;
+  std::uint64_t drops_ = 0;
+  std::unique_ptr<Messages> messages_;
+  std::array<Frame, kMostBurst> frames_;
+};
+
+}  // namespace Capture
