@@ -51,7 +51,7 @@ Scenario overwritten(unsigned times, unsigned looks, bool told) {
   };
 }
 
-constexpr Bounds kInterrupted{3, 0, 0, false};
+constexpr Bounds kInterrupted{2, 0, 0, false};
 constexpr Bounds kStale{1, 2, 0, false};
 constexpr Bounds kLazy{0, 2, 0, true};
 constexpr std::array<std::pair<Bounds, bool>, 3> kExhausted{
@@ -126,7 +126,7 @@ TEST(ScheduledSlots, ARecordOfAnotherKeyWithTheSameTagHidesNothing) {
 TEST(ScheduledSlots, AreReadWholeInManyDrawnInterleavings) {
   for (const Bounds& bounds : {kFree, kFreeAndLazy}) {
     for (const bool told : {false, true})
-      EXPECT_EQ(draw(bounds, overwritten(6, 3, told), 2000, 1).failure, "");
+      EXPECT_EQ(draw(bounds, overwritten(6, 3, told), 500, 1).failure, "");
   }
 }
 
