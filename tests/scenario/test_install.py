@@ -237,6 +237,7 @@ class UnitTest(Installed):
 
 
 class ManualTest(unittest.TestCase):
+    maxDiff = None
     PAGES = {"sft": "sft.1", "pexa-agent": "pexa-agent.8", "flow-tracker": "flow-tracker.8"}
 
     def page(self, program):
@@ -275,9 +276,13 @@ class CompletionTest(ScenarioTest):
         return set(done.out.split())
 
     def test_every_command_of_sft_is_offered_and_its_options(self):
-        for path, options in commands_of(BUILD / "bin/sft").items():
-            self.assertIn(path[-1], self.complete("sft", *path[:-1], ""), path)
-            self.assertLessEqual(options, self.complete("sft", *path, "--"), path)
+        commands = commands_of(BUILD / "bin/sft")
+        for group in {path[:-1] for path in commands}:
+            words = {path[len(group)] for path in commands if path[: len(group)] == group and len(path) > len(group)}
+            self.assertEqual(self.complete("sft", *group, ""), words, group)
+        for path, options in commands.items():
+            if options:
+                self.assertLessEqual(options, self.complete("sft", *path, "--"), path)
 
     def test_options_of_the_daemons_are_offered(self):
         for program in ("pexa-agent", "flow-tracker"):
@@ -287,6 +292,7 @@ class CompletionTest(ScenarioTest):
     def test_a_beginning_narrows_what_is_offered(self):
         self.assertEqual(self.complete("sft", "table", "du"), {"dump"})
         self.assertEqual(self.complete("sft", "--json", "flows", "--state", "over"), {"overflow"})
+        self.assertEqual(self.complete("sft", "top", "--panel", "re"), {"reasons"})  # out of what --help lists
 
     def test_configurations_and_folders_are_offered(self):
         (self.dir / "a.toml").write_text("")
