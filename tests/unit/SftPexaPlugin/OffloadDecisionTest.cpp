@@ -57,6 +57,34 @@ TYPED_TEST(OffloadDecision, AnyStateButInHardwareIsCountedAsDropAndMakesNoCounte
   }
 }
 
+// Every packet that is looked at has one outcome, in its own family and direction.
+TYPED_TEST(OffloadDecision, EachPacketIsCountedByItsOutcome) {
+  using Pexa::Counter::OffloadOutcome;
+  const auto& outcomes = this->counters->outcomes();
+  const auto count = [&](AllowedTrafficDirection direction, OffloadOutcome outcome) {
+    return outcomes.template count<TypeParam>(direction, outcome);
+  };
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  this->common(packet);
+  EXPECT_EQ(count(kIngress, OffloadOutcome::noStatus), 1U);
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::overflow);
+  this->common(packet);
+  EXPECT_EQ(count(kIngress, OffloadOutcome::notInHardware), 1U);
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  this->common(packet);
+  EXPECT_EQ(count(kIngress, OffloadOutcome::offloaded), 1U);
+  this->common(packet, kEgress, IntfId("Ethernet1"));
+  EXPECT_EQ(count(kEgress, OffloadOutcome::noStatus), 1U);
+  EXPECT_EQ(count(kIngress, OffloadOutcome::noStatus), 1U);
+  PacketFixture neither(this->ipPacket().payload(10).build(), &this->ports[0]);
+  this->common(neither);
+  EXPECT_EQ(count(kIngress, OffloadOutcome::notTcpOrUdp), 1U);
+  this->offloadIs(false, true);
+  this->common(packet);
+  EXPECT_EQ(outcomes.others(kIngress), 1U);
+  EXPECT_EQ(outcomes.others(kEgress), 0U);
+}
+
 TYPED_TEST(OffloadDecision, ASecondPacketOnAnotherInterfaceUpdatesTheSameCounter) {
   this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
   this->statusIs(kIngress, "Ethernet2", HoFlowState::inHardware);
