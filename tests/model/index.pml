@@ -10,8 +10,7 @@
  *   CLEARS_FIRST               a split clears the old places before it stores the state word
  *   NO_STATE_LOOK              readers do not look at the state word again
  *   REPAIR_KEEPS_STATE         the repair takes double entries out under the same state word
- *   REPAIR_KEEPS_DOUBLES       the repair leaves double entries where they are
- *   WALKS_LEFT_BEHIND          a walk does not ask whether a key belongs to the bucket */
+ *   REPAIR_KEEPS_DOUBLES       the repair leaves double entries where they are */
 
 #define J 1
 #define K 2
@@ -197,11 +196,7 @@ proctype Finder(byte me) {
   ends()
 }
 
-#ifdef WALKS_LEFT_BEHIND
-#define BELONGS(entry) 1
-#else
 #define BELONGS(entry) (HOME(entry, state) == bucket)
-#endif
 
 /* The smallest key of the bucket at or behind a place. */
 inline takes(entry) {
