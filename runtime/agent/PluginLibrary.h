@@ -13,10 +13,9 @@ namespace Pexa {
 // REQUIRES: at destruction nothing outside the library refers to an object whose class it holds.
 class PluginLibrary {
  public:
-  // A plain name is looked for in the configuration's folder, in lib and lib/pexa beside the program's folder,
-  // and where the system looks for libraries; a relative path in the first three; an absolute path is taken as
-  // it is.
-  // Throws ConfigError when it cannot be loaded, registers no plugin, or is loaded already.
+  // A plain name is looked for in the configuration's folder, in lib and lib/pexa beside the program's
+  // folder, and where the system looks for libraries; a relative path in the first three; an absolute path is
+  // taken as it is. Throws ConfigError when it cannot be loaded, registers no plugin, or is loaded already.
   explicit PluginLibrary(const PluginConfig& config);
   ~PluginLibrary();
   PluginLibrary(PluginLibrary&& other) noexcept;
