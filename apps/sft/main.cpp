@@ -171,11 +171,11 @@ int main(int argc, char** argv) {
   addAttrCommands(app, line);
   addTraceCommands(app, line);
   addAuditCommand(app, line);
+  Sft::addMetricsCommand(app, line);
+  Sft::addTopCommand(app, line);
   Sft::addTrackerCommand(app, line);
   Sft::addWhyCommand(app, line);
   Sft::addDoctorCommand(app, line);
-  Sft::addMetricsCommand(app, line);
-  Sft::addTopCommand(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
