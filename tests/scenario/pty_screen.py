@@ -1,6 +1,6 @@
 """A program in a pseudo terminal, and the screen that it draws there.
 
-The screen understands what curses sends to an xterm: cursor movements, erasing, inserting, deleting, repeating. Colours and other
+The screen understands what curses sends to an xterm: cursor movements, erasing, inserting, deleting, scrolling, repeating. Colours and other
 attributes are passed over. Nothing here sleeps: `wait` reads until the screen is as asked for.
 """
 import codecs
@@ -31,6 +31,7 @@ class Screen:
     def resize(self, rows, columns):
         old = self.cells
         self.rows, self.columns = rows, columns
+        self.top, self.bottom = 0, rows - 1  # the region that scrolls
         self.cells = [([*old[row], *" " * columns][:columns] if row < len(old) else [" "] * columns) for row in range(rows)]
         self.row, self.column = min(self.row, rows - 1), min(self.column, columns - 1)
 
@@ -54,21 +55,33 @@ class Screen:
                 if not found[1]:
                     self.sequence(found[3], [int(each or 0) for each in found[2].split(";")])
             elif found[0] == "\x1bM":
-                self.row = max(self.row - 1, 0)
+                self.move(-1)
             else:
                 self.control(found[0])
 
     def put(self, character):
         if self.column >= self.columns:
-            self.row, self.column = min(self.row + 1, self.rows - 1), 0
+            self.column = 0
+            self.move(1)
         self.cells[self.row][self.column] = self.last = character
         self.column += 1
+
+    def move(self, step):
+        """A row down or up, scrolling at the end of the region."""
+        if step == 1 and self.row == self.bottom:
+            self.cells.insert(self.bottom + 1, [" "] * self.columns)
+            del self.cells[self.top]
+        elif step == -1 and self.row == self.top:
+            del self.cells[self.bottom]
+            self.cells.insert(self.top, [" "] * self.columns)
+        else:
+            self.row = min(max(self.row + step, 0), self.rows - 1)
 
     def control(self, character):
         if character == "\r":
             self.column = 0
         elif character == "\n":
-            self.row = min(self.row + 1, self.rows - 1)
+            self.move(1)
         elif character == "\b":
             self.column = max(self.column - 1, 0)
         elif character == "\t":
@@ -97,7 +110,20 @@ class Screen:
         elif final == "b":
             for _ in range(first):
                 self.put(self.last)
-        elif final not in "mrhlt":
+        elif final == "r":
+            self.top = first - 1
+            self.bottom = min(numbers[1] if len(numbers) > 1 and numbers[1] else self.rows, self.rows) - 1
+            self.row = self.column = 0
+        elif final in "LM":
+            for _ in range(first):
+                del self.cells[self.bottom if final == "L" else self.row]
+                self.cells.insert(self.row if final == "L" else self.bottom, [" "] * self.columns)
+        elif final in "ST":
+            row, self.row = self.row, self.bottom if final == "S" else self.top
+            for _ in range(first):
+                self.move(1 if final == "S" else -1)
+            self.row = row
+        elif final not in "mhlt":
             raise AssertionError(f"the screen does not know the sequence {numbers} {final}")
 
     def erase(self, final, how):

@@ -35,14 +35,19 @@ std::string requests() {
 
 }  // namespace
 
-AgentLink::AgentLink(asio::io_context& io, const std::filesystem::path& runDir, Listener listener)
-    : listener_(std::move(listener)), name_(runDir / "control.sock"), socket_(io), request_(requests()) {}
+AgentLink::AgentLink(asio::io_context& io, const std::filesystem::path& runDir, Listener listener,
+                     std::chrono::seconds patience)
+    : listener_(std::move(listener)),
+      patience_(patience),
+      name_(runDir / "control.sock"),
+      socket_(io),
+      request_(requests()) {}
 
 void AgentLink::ask() {
   if (awaited_) {
     const auto silent = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - asked_);
-    if (silent >= kPatience) {
-      listener_.away(fmt::format("the agent at {} has not answered for {} s", name_, silent.count()));
+    if (silent >= patience_) {
+      listener_.away(fmt::format("the agent has not answered for {} s", silent.count()));
     }
     return;
   }
@@ -107,7 +112,7 @@ void AgentLink::fail(const std::string& why) {
   socket_.close(ignored);
   ++connection_;
   awaited_ = false;
-  listener_.away(fmt::format("no agent answers at {}: {}", name_, why));
+  listener_.away(fmt::format("no agent answers: {}", why));
 }
 
 }  // namespace Sft::Top

@@ -27,11 +27,12 @@ class AgentLink {
     std::function<void(const std::string& why)> away;
   };
 
-  AgentLink(asio::io_context& io, const std::filesystem::path& runDir, Listener listener);
+  AgentLink(asio::io_context& io, const std::filesystem::path& runDir, Listener listener,
+            std::chrono::seconds patience = kPatience);
 
   // Asks anew, unless an answer is still awaited; connects first when there is no connection. Tells the
   // listener, in its time, what came of it: each call that asked is answered or away once; so is, by away,
-  // each call that finds the agent silent for kPatience.
+  // each call that finds the agent silent for so long.
   void ask();
 
  private:
@@ -43,6 +44,7 @@ class AgentLink {
   void fail(const std::string& why);
 
   Listener listener_;
+  const std::chrono::seconds patience_;
   std::string name_;  // of the socket
   Protocol::socket socket_;
   bool awaited_ = false;

@@ -20,12 +20,12 @@ struct Rate {
 struct FlowRow {
   AnyHoFlowKey key;
   bool wanted = false;
-  std::optional<FlowTracking::HoFlowState> state;  // none: waits for a first status
-  double since = 0;                                // of the state, UTC seconds; 0: not told
-  bool counted = false;                            // whether it has a published counter
-  std::uint64_t packets = 0;                       // of the flow, over all directions and interfaces
+  std::optional<FlowTracking::HoFlowState> state = {};  // none: waits for a first status
+  double since = 0;                                     // of the state, UTC seconds; 0: not told
+  bool counted = false;                                 // whether it has a published counter
+  std::uint64_t packets = 0;                            // of the flow, over all directions and interfaces
   std::uint64_t bytes = 0;
-  std::optional<Rate> rate;  // none: not counted, or not for long enough
+  std::optional<Rate> rate = {};  // none: not counted, or not for long enough
 
   bool ipv6() const { return key.index() == 1; }
   // "waiting", "in hardware", "overflow", ...; "unwanted" for one that has a status and is not wanted.

@@ -48,16 +48,16 @@ struct PortCounts {
   std::string name;
   std::string kind;
   bool up = true;
-  std::string replay;  // empty: replays nothing
+  std::string replay = {};  // empty: replays nothing
   std::uint64_t packetsIn = 0, bytesIn = 0, dropsIn = 0;
   std::uint64_t packetsOut = 0, bytesOut = 0, dropsOut = 0;
 };
 
 struct AgentLook {
-  std::optional<std::uint64_t> budget;  // flows of a family that may be in hardware; none: not told
-  std::vector<SamplingCounts> samplings;
-  std::vector<ReasonCount> reasons;
-  std::vector<PortCounts> ports;
+  std::optional<std::uint64_t> budget = {};  // flows of a family that may be in hardware; none: not told
+  std::vector<SamplingCounts> samplings = {};
+  std::vector<ReasonCount> reasons = {};
+  std::vector<PortCounts> ports = {};
 
   // Takes one row of the answer to a request ("samples", "reasons", "ports", "attr get"). Throws
   // Kiv::ValueError when it is none.

@@ -27,8 +27,8 @@ struct PanelTable {
     Style style = Style::plain;
   };
   std::vector<Column> columns;
-  std::vector<Line> lines;
-  std::string empty;  // said when there are no lines
+  std::vector<Line> lines = {};
+  std::string empty = {};  // said when there are no lines
 };
 
 // Where in the grid.

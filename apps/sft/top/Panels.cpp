@@ -183,18 +183,4 @@ PanelTable panelTable(const TopModel& model, Panel panel, std::size_t from, std:
   return portTable(model, from, most);
 }
 
-std::size_t panelRows(const TopModel& model, Panel panel) {
-  switch (panel) {
-    case Panel::flows:
-      return model.flows().size();
-    case Panel::sampling:
-      return model.samplings().size();
-    case Panel::reasons:
-      return model.reasons().size();
-    case Panel::ports:
-      break;
-  }
-  return model.ports().size();
-}
-
 }  // namespace Sft::Top

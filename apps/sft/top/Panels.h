@@ -9,6 +9,5 @@ namespace Sft::Top {
 // At most `most` rows of a panel, from a row on, for so many columns of the screen.
 PanelTable panelTable(const TopModel& model, Panel panel, std::size_t from, std::size_t most,
                       std::size_t width);
-std::size_t panelRows(const TopModel& model, Panel panel);
 
 }  // namespace Sft::Top

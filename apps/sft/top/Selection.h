@@ -27,8 +27,8 @@ struct Selection {
   Order order = Order::rate;
   // Largest, oldest, or by name and state the first, stand at the top; reversed, at the end.
   bool reversed = false;
-  std::string text;   // in FlowRow::text, small or capital letters; all when empty
-  std::string state;  // as FlowRow::stands has it; all when empty
+  std::string text = {};   // in FlowRow::text, small or capital letters; all when empty
+  std::string state = {};  // as FlowRow::stands has it; all when empty
   bool ipv4 = true;
   bool ipv6 = true;
 

@@ -37,6 +37,7 @@ void TopModel::tablesAre(TableLook look) {
   tables_ = std::move(look);
   looked_ = true;
   showTaken();
+  keepScrolled();
 }
 
 void TopModel::agentIs(const AgentLook& look, double now) {
@@ -64,6 +65,7 @@ void TopModel::agentIs(const AgentLook& look, double now) {
                       rates_.perSecond(name + " bytes out", each.bytesOut, now),
                       rates_.perSecond(name + " drops", each.dropsIn + each.dropsOut, now)});
   }
+  keepScrolled();
 }
 
 void TopModel::agentIsAway(const std::string& why) {
@@ -74,6 +76,14 @@ void TopModel::agentIsAway(const std::string& why) {
   samplings_.clear();
   reasons_.clear();
   ports_.clear();
+}
+
+// Rows that went take a place behind them along.
+void TopModel::keepScrolled() {
+  for (std::size_t each = 0; each < scrolled_.size(); ++each) {
+    const std::size_t all = rows(static_cast<Panel>(each));
+    scrolled_[each] = std::min(scrolled_[each], all == 0 ? 0 : all - 1);
+  }
 }
 
 // The rows that are held, by the selection of now. They are exact when they came by it, and until then the
@@ -127,8 +137,8 @@ void TopModel::select(Selection wanted) {
   showTaken();
 }
 
-std::size_t TopModel::rows() const {
-  switch (panel_) {
+std::size_t TopModel::rows(Panel panel) const {
+  switch (panel) {
     case Panel::flows:
       return shown_.size();
     case Panel::sampling:
@@ -142,7 +152,8 @@ std::size_t TopModel::rows() const {
 }
 
 void TopModel::scrollTo(std::size_t row, std::size_t page) {
-  const std::size_t last = rows() > page ? rows() - page : 0;
+  const std::size_t all = rows(panel_);
+  const std::size_t last = all > page ? all - page : 0;
   scrolled_[static_cast<std::size_t>(panel_)] = std::min(row, last);
 }
 
@@ -184,7 +195,7 @@ void TopModel::command(Command wanted, std::size_t page) {
     case Command::home:
       return scrollTo(0, page);
     case Command::end:
-      return scrollTo(rows(), page);
+      return scrollTo(rows(panel_), page);
     case Command::reverse:
       selected.reversed = !selected.reversed;
       break;

@@ -56,8 +56,10 @@ class TopModel {
   const Selection& selection() const { return selection_; }
   // The text of a filter that is being typed.
   const std::optional<std::string>& typing() const { return typing_; }
+  // The first row of a panel that is shown, if the screen is full then.
   std::size_t scrolled(Panel panel) const { return scrolled_[static_cast<std::size_t>(panel)]; }
 
+  std::size_t rows(Panel panel) const;
   // Those of the last look that the selection takes.
   const std::vector<FlowRow>& flows() const { return shown_; }
   const TableLook& tables() const { return tables_; }
@@ -77,8 +79,8 @@ class TopModel {
   void type(Key pressed);
   void scrollTo(std::size_t row, std::size_t page);
   void select(Selection wanted);
-  std::size_t rows() const;
   void showTaken();
+  void keepScrolled();
 
   std::string runDir_;
   double interval_;

@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t kLeastBody = 3;
 constexpr std::size_t kWide = 70;
+constexpr std::size_t kLeastBar = 8;
+constexpr double kNearlyFull = 0.9;
 constexpr std::size_t kLargeRows = 40;  // from here on the other panels are shown, too
 constexpr std::size_t kLargeColumns = 150;
 constexpr std::size_t kOtherRows = 12;
@@ -69,27 +71,39 @@ void drawTitle(Grid& grid, std::size_t row, const TopModel& model) {
   putRight(grid, row, right, model.paused() ? Style::warning : Style::plain);
 }
 
-void drawFamily(Grid& grid, std::size_t row, const TopModel& model, std::size_t family, BarKind bars) {
+std::string familyText(const TopModel& model, std::size_t family, std::size_t columns) {
   const FamilyCounts& counts = model.tables().families[family];
-  const auto& budget = model.budget();
-  const bool shown = family == 0 ? model.selection().ipv4 : model.selection().ipv6;
-  const std::string most = budget ? fmt::format("{}", *budget) : "?";
+  const std::string most = model.budget() ? fmt::format("{}", *model.budget()) : "?";
   std::string text =
-      grid.size().columns >= kWide
-          ? fmt::format("{} of {} in hardware, {} in overflow", counts.inHardware, most, counts.overflow)
-          : fmt::format("{}/{}, overflow {}", counts.inHardware, most, counts.overflow);
+      columns < kWide
+          ? fmt::format("{}/{}, overflow {}", counts.inHardware, most, counts.overflow)
+          : fmt::format("{} of {} in hardware, {} in overflow", counts.inHardware, most, counts.overflow);
   if (counts.others > 0) text += fmt::format(", {} other", counts.others);
-  if (!shown) text += " (off)";
-  const double share = !budget        ? 0
-                       : *budget == 0 ? 1
-                                      : static_cast<double>(counts.inHardware) / static_cast<double>(*budget);
-  const Style style = share >= 1 ? Style::bad : share >= 0.9 ? Style::warning : Style::good;
-  const std::size_t column = grid.put(row, 0, family == 0 ? "IPv4 " : "IPv6 ");
-  const std::size_t width = grid.size().columns / 5 * 2;
-  grid.put(row, column, "[", Style::dim);
-  grid.put(row, column + 1, bar(share, width, bars), style);
-  grid.put(row, column + 1 + width, "]", Style::dim);
-  grid.put(row, column + 3 + width, text, shown ? Style::plain : Style::dim);
+  if (!(family == 0 ? model.selection().ipv4 : model.selection().ipv6)) text += " (off)";
+  return text;
+}
+
+// How much of the budget is used; all of none.
+double usedShare(const TopModel& model, std::size_t family) {
+  const auto& budget = model.budget();
+  if (!budget) return 0;
+  if (*budget == 0) return 1;
+  return static_cast<double>(model.tables().families[family].inHardware) / static_cast<double>(*budget);
+}
+
+void drawFamilies(Grid& grid, std::size_t row, const TopModel& model, BarKind bars) {
+  constexpr std::array<std::string_view, 2> kNames{"IPv4 [", "IPv6 ["};
+  const std::size_t columns = grid.size().columns;
+  const std::array<std::string, 2> texts{familyText(model, 0, columns), familyText(model, 1, columns)};
+  const std::size_t taken = kNames[0].size() + 2 + std::max(texts[0].size(), texts[1].size());
+  const std::size_t width = std::max(columns - std::min(columns, taken), kLeastBar);
+  for (std::size_t family = 0; family < texts.size(); ++family, ++row) {
+    const double share = usedShare(model, family);
+    const Style style = share >= 1 ? Style::bad : share >= kNearlyFull ? Style::warning : Style::good;
+    std::size_t column = grid.put(row, 0, kNames[family]);
+    column = grid.put(row, column, bar(share, width, bars), style);
+    grid.put(row, column, "] " + texts[family]);
+  }
 }
 
 template <class Rows, class Member>
@@ -128,10 +142,16 @@ void drawTraffic(Grid& grid, std::size_t row, const TopModel& model) {
                        shortNumber(sum(samplings, &RatedSampling::dropsRate))));
 }
 
+// The first row that is shown: no screen is left half empty while there are rows before it.
+std::size_t firstRow(const TopModel& model, std::size_t shown) {
+  const std::size_t rows = model.rows(model.panel());
+  return std::min(model.scrolled(model.panel()), rows > shown ? rows - shown : 0);
+}
+
 // "1-17 of 1036": of the rows that a panel has those that are shown.
 std::string rowsText(const TopModel& model, std::size_t shown) {
-  const std::size_t from = model.scrolled(model.panel());
-  const std::size_t rows = panelRows(model, model.panel());
+  const std::size_t from = firstRow(model, shown);
+  const std::size_t rows = model.rows(model.panel());
   const std::uint64_t all = model.panel() == Panel::flows ? model.taken() : rows;
   const std::size_t end = std::min(rows, from + shown);
   return fmt::format("{}-{} of {}", end == 0 ? 0 : from + 1, end, all);
@@ -204,8 +224,8 @@ Grid frame(const TopModel& model, Size size, BarKind bars) {
   std::size_t row = 0;
   if (layout.title) drawTitle(grid, row++, model);
   if (layout.families) {
-    drawFamily(grid, row++, model, 0, bars);
-    drawFamily(grid, row++, model, 1, bars);
+    drawFamilies(grid, row, model, bars);
+    row += 2;
   }
   if (layout.traffic) drawTraffic(grid, row++, model);
   const Panel panel = model.panel();
@@ -214,7 +234,7 @@ Grid frame(const TopModel& model, Size size, BarKind bars) {
   if (model.helps()) {
     drawHelp(grid, body);
   } else {
-    drawTable(grid, body, panelTable(model, panel, model.scrolled(panel), layout.body, size.columns),
+    drawTable(grid, body, panelTable(model, panel, firstRow(model, layout.body), layout.body, size.columns),
               layout.heading, bars);
   }
   row += body.size.rows;
