@@ -114,18 +114,15 @@ void knockAt(const ListenAddress& listen) {
 
 ListenAddress ListenAddress::of(const std::string& text) {
   const auto refused = [&] {
-    return Kiv::ValueError(fmt::format(
-        "\"{}\", expected a numeric address and a port, as in \"127.0.0.1:9475\" or \"[::1]:9475\"", text));
+    return Kiv::ValueError(
+        fmt::format("\"{}\", expected a numeric IPv4 address and a port, as in \"127.0.0.1:9475\"", text));
   };
   const auto colon = text.rfind(':');
   if (colon == std::string::npos) throw refused();
-  std::string host = text.substr(0, colon);
-  const bool bracketed = host.starts_with('[') && host.ends_with(']');
-  if (bracketed) host = host.substr(1, host.size() - 2);
+  ListenAddress result{text.substr(0, colon), 0};
   asio::error_code wrong;
-  const auto address = asio::ip::make_address(host, wrong);
-  if (wrong || address.is_v6() != bracketed || host.find('%') != std::string::npos) throw refused();
-  ListenAddress result{std::move(host), 0};
+  asio::ip::make_address_v4(result.address, wrong);
+  if (wrong) throw refused();
   const char* const end = text.data() + text.size();
   const auto parsed = std::from_chars(text.data() + colon + 1, end, result.port);
   if (parsed.ec != std::errc() || parsed.ptr != end) throw refused();
@@ -133,8 +130,7 @@ ListenAddress ListenAddress::of(const std::string& text) {
 }
 
 std::string ListenAddress::text() const {
-  if (address.find(':') == std::string::npos) return fmt::format("{}:{}", address, port);
-  return fmt::format("[{}]:{}", address, port);
+  return fmt::format("{}:{}", address, port);
 }
 
 class MetricEndpoint::Server {

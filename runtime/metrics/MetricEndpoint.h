@@ -24,12 +24,13 @@ class io_context;
 
 namespace Metrics {
 
-// Where to listen: a numeric address and a port, 0 for any.
+// Where to listen: a numeric IPv4 address and a port, 0 for any. Debian's build of the server that the
+// library uses knows no IPv6.
 struct ListenAddress {
   std::string address;
   std::uint16_t port = 0;
 
-  // Of "127.0.0.1:9475" or "[::1]:9475". Throws Kiv::ValueError with what was expected.
+  // Of "127.0.0.1:9475". Throws Kiv::ValueError with what was expected.
   static ListenAddress of(const std::string& text);
   // The same text again.
   std::string text() const;

@@ -104,7 +104,22 @@ TEST_F(AgentConfigTest, AnEmptyFileIsAnAgentWithoutPorts) {
   const Pexa::AgentConfig config = read("");
   EXPECT_TRUE(config.ports.empty());
   EXPECT_FALSE(config.sflow.has_value());
+  EXPECT_FALSE(config.metrics.has_value());
   EXPECT_EQ(config.runDir, "/run/pexa");
+}
+
+TEST_F(AgentConfigTest, TheMetricsTableAloneListensOnTheLoopback) {
+  EXPECT_EQ(read("[metrics]\n").metrics->listen.text(), "127.0.0.1:9475");
+  const Pexa::AgentConfig config = read("[metrics]\nlisten = \"0.0.0.0:0\"\n");
+  EXPECT_EQ(config.metrics->listen.text(), "0.0.0.0:0");
+  EXPECT_EQ(config.metrics->place.line, 2U);
+}
+
+TEST_F(AgentConfigTest, AnAddressToListenOnIsNumericWithAPort) {
+  EXPECT_THAT(errorOf("[metrics]\nlisten = \"localhost:80\"\n"),
+              StartsWith("2: listen \"localhost:80\", expected a numeric IPv4 address and a port"));
+  EXPECT_THAT(errorOf("[metrics]\nlisten = 9475\n"), StartsWith("2: \"listen\" of [metrics] is"));
+  EXPECT_THAT(errorOf("[metrics]\nport = 9475\n"), StartsWith("2: unknown key \"port\" in [metrics]"));
 }
 
 TEST_F(AgentConfigTest, RelativePathsStartAtTheFileItself) {

@@ -128,15 +128,15 @@ TEST(MetricEndpointEndTest, EndsWhileClientsWaitForAnAgentThatIsSilent) {
 }
 
 TEST(ListenAddressTest, AddressAndPortAreReadAndWritten) {
-  for (const char* text : {"127.0.0.1:9475", "0.0.0.0:0", "[::1]:65535"})
+  for (const char* text : {"127.0.0.1:9475", "0.0.0.0:0", "10.1.2.3:65535"})
     EXPECT_EQ(ListenAddress::of(text).text(), text);
-  EXPECT_EQ(ListenAddress::of("[::1]:80").address, "::1");
+  EXPECT_EQ(ListenAddress::of("10.1.2.3:80").address, "10.1.2.3");
 }
 
 TEST(ListenAddressTest, AnythingElseIsRefused) {
   for (const char* text :
        {"", "9475", ":9475", "127.0.0.1", "127.0.0.1:", "127.0.0.1:65536", "127.0.0.1:-1", "127.0.0.1:80s",
-        "localhost:80", "::1:80", "[::1]", "[127.0.0.1]:80", "[fe80::1%lo]:80", "127.0.0.1:80,+81"}) {
+        "localhost:80", "::1:80", "[::1]", "[127.0.0.1]:80", "[::1]:80", "127.0.0.1:80,+81"}) {
     EXPECT_THROW(ListenAddress::of(text), Kiv::ValueError) << text;
   }
 }
