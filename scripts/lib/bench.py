@@ -1,4 +1,4 @@
-"""A run directory and the programs that work in it: the agent, the flow tracker, and the collector of its flow records."""
+"""A folder with a run directory and the programs that work in it: the agent, the flow tracker, and the collector of its flow records."""
 import json
 import os
 import pathlib
@@ -24,6 +24,8 @@ class Bench:
         self.build = build
         self.prefix = tuple(prefix)
         self.directory = pathlib.Path(directory)
+        self.run_dir = self.directory / "run"
+        self.run_dir.mkdir()
         self.sft_program = build / "bin/sft"
         self.tracker_program = build / "bin/flow-tracker"
         self.agent_config = self.directory / "agent.toml"
@@ -37,7 +39,7 @@ class Bench:
     # What the operator asks
 
     def sft_run(self, *arguments, text=None):
-        command = [str(self.sft_program), "--run-dir", str(self.directory), *arguments]
+        command = [str(self.sft_program), "--run-dir", str(self.run_dir), *arguments]
         return subprocess.run(command, input=text, capture_output=True, text=True, check=False)
 
     def sft_text(self, *arguments, text=None):
@@ -85,11 +87,11 @@ class Bench:
     def start_tracker(self, interfaces, **limits):
         """Starts a tracker whose records go to the collector that runs."""
         collectors = [f"127.0.0.1:{self.collector.port}"] if self.collector else []
-        self.tracker_config.write_text(tracker.configuration(self.directory, interfaces, collectors, **limits))
+        self.tracker_config.write_text(tracker.configuration(self.run_dir, interfaces, collectors, **limits))
         log = self.directory / "flow-tracker.log"
         log.unlink(missing_ok=True)
         command = [*self.prefix, self.tracker_program, "--config", self.tracker_config]
-        self.tracker = tracker.Tracker(command, self.directory, log)
+        self.tracker = tracker.Tracker(command, self.run_dir, log)
         return self.tracker.await_ready()
 
     def end_tracker(self):
@@ -109,7 +111,7 @@ class Bench:
     def write_agent_config(self, ports, forward, collector_port, rate, pace="fast"):
         """Ports are (name, kind, source); packets are sampled where they enter a port that `forward` names on the left."""
         quote = json.dumps  # a JSON string is a TOML string
-        lines = [f"run_dir = {quote(str(self.directory))}", f"plugins = {quote([str(each) for each in self.plugins])}"]
+        lines = [f"run_dir = {quote(str(self.run_dir))}", f"plugins = {quote([str(each) for each in self.plugins])}"]
         for name, kind, source in ports:
             lines += ["[[port]]", f"name = {quote(name)}", f"{kind} = {quote(str(source))}"]
         lines += ["[forward]", *(f"{entry} = {quote(leave)}" for entry, leave in forward.items())]
@@ -124,7 +126,7 @@ class Bench:
         self.agent_config.write_text("\n".join(lines) + "\n")
 
     def start_agent(self, budget):
-        command = [*self.prefix, self.build / "bin/pexa-agent", "--config", self.agent_config, "--run-dir", self.directory]
+        command = [*self.prefix, self.build / "bin/pexa-agent", "--config", self.agent_config, "--run-dir", self.run_dir]
         self.agent = Program("pexa-agent", command, self.directory / "agent.log", {**os.environ, BUDGET: str(budget)})
 
     def ports(self):

@@ -200,6 +200,9 @@ class CaptureJob(Job):
         self.page.note(audited)
         self._show(outcome)
         self._check_nothing_stale(wanted)
+        found = self.bench.sft_run("doctor").stdout  # its status tells whether there is anything
+        self.page.command("sft doctor", found, most=12)
+        self.checks.true("sft doctor finds no error", ": 0 errors, " in found, found)
         self._check_packets(outcome)
         exact = self._truth(self._in(IN_HARDWARE) & wanted)
         self.checks.flows(f"each flow that was in hardware from the start was counted as it is in the capture: {len(exact)} flows",

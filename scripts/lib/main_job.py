@@ -56,7 +56,7 @@ def arguments_of(root):
 def show_commands(page, bench, keep):
     page.head("Try next")
     if keep:
-        print(f"  export PEXA_RUN_DIR={bench.directory}")
+        print(f"  export PEXA_RUN_DIR={bench.run_dir}")
     else:
         print(f"  {'scripts/run --keep':<66} {page.paint('2', '# all stays up; export the PEXA_RUN_DIR that it prints, then')}")
     sft = os.path.relpath(bench.sft_program)
@@ -150,7 +150,7 @@ def main():
         interrupts.ignore()
         close_all()
         stack.close()
-        kept = kept and any(directory.iterdir())  # nothing was started otherwise
+        kept = kept and any(directory.glob("*.log"))  # nothing was started otherwise
         if not kept:
             shutil.rmtree(directory)
     if kept:
