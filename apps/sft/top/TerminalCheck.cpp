@@ -31,7 +31,9 @@ void requireTerminal() {
   int found = 0;
   const bool known = ::setupterm(nullptr, STDOUT_FILENO, &found) == OK;
   const char* move = known ? ::tigetstr("cup") : nullptr;
-  if (move == nullptr || move == reinterpret_cast<const char*>(-1)) {
+  const bool moves = move != nullptr && move != reinterpret_cast<const char*>(-1);
+  if (known) ::del_curterm(cur_term);  // the display has its own
+  if (!moves) {
     throw CommandError(fmt::format("top: TERM \"{}\" {}, expected a terminal that moves its cursor, {}",
                                    terminalName(), known ? "cannot move its cursor" : "is not known",
                                    kInstead));
