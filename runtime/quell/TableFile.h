@@ -94,6 +94,11 @@ class TableFile {
   bool lock();
   void unlock();
 
+  // Looks at what was being changed, which had to be taken again, by the users of this object. Counted where
+  // a reader does not find what it came for at once.
+  std::uint64_t tornReads() const { return tornReads_.load(std::memory_order_relaxed); }
+  void tornReadsInc() { tornReads_.fetch_add(1, std::memory_order_relaxed); }
+
  private:
   TableFile(TablePlace place, Descriptor descriptor, Access access);
   static Descriptor openNamed(const TablePlace& place, Access access);
@@ -111,6 +116,7 @@ class TableFile {
   std::byte* base_ = nullptr;
   void* reserved_ = nullptr;  // addresses around the mapping
   std::size_t mapped_ = 0;
+  std::atomic<std::uint64_t> tornReads_{0};
   std::atomic<bool> locked_{false};  // the lock is the open file's: users of this object settle it here
 };
 

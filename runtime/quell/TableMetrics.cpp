@@ -13,6 +13,9 @@ class Collections {
       : tables_(tables),
         records_(snapshot.gauge("pexa_table_records", "Records of a shared table's collection.")),
         bytes_(snapshot.gauge("pexa_table_bytes", "Memory that the file of a collection takes.")),
+        torn_(snapshot.counter(
+            "pexa_table_torn_reads_total",
+            "Looks by the agent at what another process was changing, which it took again.")),
         corrupt_(snapshot.counter("pexa_table_corrupt_reads_total",
                                   "Reads of a collection by the agent that met damage.")),
         overruns_(snapshot.counter("pexa_table_overruns_total",
@@ -30,6 +33,7 @@ class Collections {
     constexpr std::uint64_t kBlock = 512;
     if (::fstat(map.table()->file()->descriptor(), &file) == 0)
       bytes_.add(labels, static_cast<std::uint64_t>(file.st_blocks) * kBlock);
+    torn_.add(labels, map.table()->file()->tornReads());
     corrupt_.add(labels, map.table()->damages());
     overruns_.add(labels, tables_.overruns(map));
   }
@@ -38,6 +42,7 @@ class Collections {
   const SharedTables& tables_;
   Metrics::Family& records_;
   Metrics::Family& bytes_;
+  Metrics::Family& torn_;
   Metrics::Family& corrupt_;
   Metrics::Family& overruns_;
 };

@@ -92,6 +92,7 @@ TableScan::Reading TableScan::follow(const Word& cell, std::uint64_t entry) {
     const Reading reading = read(cell, entry);
     if (reading == Reading::whole) return reading;
     if (reading == Reading::damaged && ++damagedLooks == kDamagedLooks) return reading;
+    if (reading == Reading::changed) file_.tornReadsInc();
     entry = cell.load(std::memory_order_acquire);
     if (entry == 0) return Reading::changed;
   }
@@ -161,7 +162,10 @@ bool TableScan::find(const void* key, std::uint64_t hash, void* out) {
       std::memcpy(out, words_.words.data(), file_.recordBytes());
       return true;
     }
-    if (!stateIs(before) || changed || chain.changed) continue;
+    if (!stateIs(before) || changed || chain.changed) {
+      file_.tornReadsInc();
+      continue;
+    }
     if (!damaged && !chain.damaged) return false;
     if (++damagedLooks == kDamagedLooks) damage(why_);
   }
@@ -276,6 +280,7 @@ bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, vo
     }
     const Step step = stepIn(position, key, inclusive, chain.damaged);
     if (!stateIs(before) || chain.changed || step == Step::changed) {
+      file_.tornReadsInc();
       place_.clear();
       if (++looks == kChangedLooks) damage("the index changed faster than it could be walked");
       continue;

@@ -59,6 +59,15 @@ TEST_F(TableMetrics, ReadsOfDamageAreCounted) {
   EXPECT_EQ(number(*writer_, "pexa_table_corrupt_reads_total"), 1);
 }
 
+TEST_F(TableMetrics, LooksThatWereTakenAgainAreToldOfTheirCollection) {
+  const auto things = mount(*writer_, KivQuellType::written);
+  EXPECT_EQ(number(*writer_, "pexa_table_torn_reads_total"), 0);
+  things->red().table()->file()->tornReadsInc();
+  EXPECT_EQ(number(*writer_, "pexa_table_torn_reads_total"), 1);
+  EXPECT_EQ(number(*writer_, "pexa_table_torn_reads_total", "blue"), 0);
+  EXPECT_EQ(number(*writer_, "pexa_table_corrupt_reads_total"), 0);
+}
+
 TEST_F(TableMetrics, AWatcherThatFellTooFarBehindIsCounted) {
   mount(*watcher_, KivQuellType::published);
   const auto things = mount(*writer_, KivQuellType::written);
