@@ -63,8 +63,8 @@ class PortDevice {
   // Takes the packets that have come, at most as many as there is room for, and gives their number. The time
   // is the caller's clock in UTC seconds.
   virtual std::size_t receive(std::span<ReceivedPacket> room, double now) = 0;
-  // Takes a packet to be sent with the next send(), or writes it with the given time in UTC seconds. Its bytes
-  // must stay until then. What cannot be sent is counted as a drop.
+  // Takes a packet to be sent with the next send(), or writes it with the given time in UTC seconds. Its
+  // bytes must stay until then. What cannot be sent is counted as a drop.
   virtual void transmit(const Pavo::Pkt& pkt, double now) = 0;
   // Sends what transmit() took. To be called behind each burst.
   virtual void send() {}

@@ -162,7 +162,6 @@ class Host(Space):
         self.ipv4, self.ipv6 = self._eth0.ipv4, self._eth0.ipv6
         self.setting("net.ipv6.conf.default.accept_dad", 0)
         self.setting("net.ipv6.conf.default.router_solicitations", 0)
-        self.setting("net.ipv4.ping_group_range", "'0 0'")
         self.plug()
 
     def configure(self):

@@ -1,10 +1,12 @@
 """Real programs talk through the agent, between hosts in network namespaces; the kernel of the receiver counts with us."""
 import json
+import signal
 import subprocess
 import sys
 import unittest
 
-from harness import EGRESS, INGRESS, flow_key, flows, wanted
+from harness import EGRESS, INGRESS, ROOT, flow_key, flows, wanted
+import namespaces  # found where harness looks for scripts' libraries
 from live import LEFT, RIGHT, Load, LiveTest, needs
 
 IP_UDP = {4: 28, 6: 48}  # bytes of headers
@@ -127,6 +129,26 @@ class Counts(LiveTest):
         self.eventually(differ_below, (0, 0))
 
 
+    def test_udp_that_the_sending_kernel_leaves_uncut(self):
+        """One call, sixty datagrams (UDP_SEGMENT): one frame until the agent cuts it."""
+        self.start_live()
+        self.acquainted()
+        keys = [flow_key(self.net.a.ipv4, self.net.b.ipv4, 20000, 9000), flow_key(self.net.a.ipv6, self.net.b.ipv6, 20000, 9000)]
+        self.admitted([wanted(key, INGRESS, LEFT) for key in keys])
+        load = Load(self.net.b, 1)  # takes whatever comes to port 9000
+        sending = ("import socket, sys\nfor family, to in ((socket.AF_INET, sys.argv[1]), (socket.AF_INET6, sys.argv[2])):\n"
+                   "    s = socket.socket(family, socket.SOCK_DGRAM); s.bind(('', 20000))\n"
+                   "    s.setsockopt(socket.IPPROTO_UDP, 103, 1000)\n"  # UDP_SEGMENT
+                   "    s.sendto(bytes(59001), (to, 9000))\n")
+        self.net.a.run([sys.executable, "-c", sending, self.net.b.ipv4, self.net.b.ipv6])
+        expected = {flows.from_json(key): (60, 59001 + 60 * header) for key, header in zip(keys, IP_UDP.values())}
+        self.eventually(self.published, expected)
+        self.eventually(lambda: self.datagrams(self.net.b), 120)
+        load.finish()
+        port = self.ports()[LEFT]
+        self.assertEqual((port["framesCut"], port["packetsCut"], port["framesUnusable"]), (2, 120, 0))
+
+
 class Rate(LiveTest):
     """What is lost is counted by somebody: nothing goes silently. At a rate that any machine carries nothing is lost."""
 
@@ -216,6 +238,24 @@ class Start(LiveTest):
         self.net.agent.up(self.net.a.port)
         agent.wait_for(f"port {LEFT}: up again")
         self.ping(self.net.a, self.net.b.ipv4)
+
+
+class LeftBehind(LiveTest):
+    """Namespaces do not outlive their owner for long."""
+
+    def test_what_a_killed_owner_left_is_removed_by_the_next(self):
+        script = ("import os, signal, namespaces, subprocess; net = namespaces.Network();"
+                  "print(net.a.name, net.b.name, net.agent.name, flush=True); nowhere = subprocess.DEVNULL;"
+                  "net.a.popen(['sleep', '1000'], stdout=nowhere, stderr=nowhere);"
+                  "os.kill(os.getpid(), signal.SIGKILL)")
+        killed = subprocess.run([sys.executable, "-B", "-c", script], cwd=ROOT / "scripts/lib", capture_output=True, text=True,
+                                check=False)
+        names = set(killed.stdout.split())
+        self.assertEqual((len(names), killed.returncode), (3, -signal.SIGKILL), killed.stderr)
+        with namespaces.Network():
+            there = {line.split()[0] for line in namespaces.ip("netns", "list").splitlines()}
+        self.assertEqual(names & there, set())
+        self.assertIn(self.net.a.name, there)  # its owner lives
 
 
 if __name__ == "__main__":
