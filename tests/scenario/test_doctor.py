@@ -1,9 +1,11 @@
 """`sft doctor`: what it finds, provoked from outside; and that it finds nothing where all is well."""
+import fcntl
 import json
 import os
 import re
 import signal
 import socket
+import struct
 import time
 import unittest
 
@@ -11,6 +13,7 @@ from harness import (AUDIT, BUDGET, CONFIG, COUNTER, PLUGIN, SAMPLING, STATUS, T
                      udp_frame, wanted)
 from test_flow_tracker import FLOW_A, FLOW_B, FlowTrackerTest, datagram, flow_sample
 
+WRITER_AT = 1280  # of a table's file: the process id of its writer
 A = flow_key("10.0.0.1", "10.0.0.2", 1000, 53)
 B = flow_key("10.0.0.1", "10.0.0.2", 1001, 53)
 SIX = flow_key("fd00::1", "fd00::2", 1000, 53)
@@ -40,13 +43,13 @@ class DoctorTest(ScenarioTest):
         """The kinds of findings, without those of a moment: what is just being taken away."""
         return [kind for kind in self.kinds() if kind not in ("status-not-wanted", "reconciling", "audit-not-done")]
 
-    def start_agent(self, config=None, sampling=None, budget=None, collectors=None, frames=(), **more):
+    def start_agent(self, config=None, sampling=None, budget=None, collectors=None, frames=(), plugins=(PLUGIN, AUDIT), **more):
         state = {TRACKING: {"hwOffloadIpv4": True, "hwOffloadIpv6": True, "sampleRate": 1000, **(config or {})},
                  SAMPLING: sampling if sampling is not None else {"ingressInterfaces": ["Ethernet1"]}}
         capture = self.write_capture("in.pcap", frames)
         addresses = [f"127.0.0.1:{self.collector.getsockname()[1]}"] if collectors is None else collectors
         sflow = f'[sflow]\nagent = "127.0.0.1"\ncollectors = {json.dumps(addresses)}\n' if addresses else ""
-        self.write_config([("Ethernet1", "capture", capture)], state=state, plugins=(PLUGIN, AUDIT), extra=sflow, **more)
+        self.write_config([("Ethernet1", "capture", capture)], state=state, plugins=plugins, extra=sflow, **more)
         return self.start_replayed(environment={BUDGET: str(budget)} if budget is not None else None)
 
     def damage(self, table, collection):
@@ -160,7 +163,24 @@ class WithAnAgent(DoctorTest):
         self.assertIn("damage", self.kinds())
         self.assertIn("wanted-not-seen", self.kinds())  # it was asked for at no time that is known
 
-    def test_a_table_that_somebody_has_taken_away_or_writes(self):
+    # An agent is the writer of a table from its first store or audit on.
+
+    def test_a_table_that_another_process_writes(self):
+        self.start_agent(plugins=(PLUGIN,))
+        with open(self.run_dir / "tables" / STATUS / "hoIpFlowStatus", "r+b") as table:
+            fcntl.flock(table, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            os.pwrite(table.fileno(), struct.pack("<Q", os.getpid()), WRITER_AT)
+            self.want([wanted(A)])
+            self.eventually(lambda: {"writer-other", "stores-failed"} - set(self.kinds()), set())
+            self.assertEqual(self.findings()["writer-other"]["record"]["writer"], os.getpid())
+            os.pwrite(table.fileno(), struct.pack("<Q", 0), WRITER_AT)
+
+    def test_records_that_nobody_writes(self):
+        self.start_agent(plugins=(PLUGIN,))
+        self.put([status(A)])
+        self.eventually(self.kinds, ["audit-not-done", "status-not-wanted", "writer-gone"])
+
+    def test_a_table_that_somebody_has_taken_away(self):
         self.start_agent()
         self.want([wanted(A)])
         self.eventually(lambda: len(self.states()), 1)
@@ -225,7 +245,9 @@ class WithATracker(DoctorTest, FlowTrackerTest):
         a, b = [flow_sample(udp_frame(*flow)) for flow in (FLOW_A, FLOW_B)]
         self.send(tracker, datagram(a), datagram(a), datagram(b), datagram(b), datagram(flow_sample(udp_frame(*FLOW_A), source=7, entry=7)),
                   datagram(flow_sample(udp_frame("10.0.0.9", "10.0.0.2", 1, 2))), datagram(version=4))
-        expected = {"interface-is-no-port", "tracker-full", "candidates-evicted", "datagrams-malformed", "interface-unmapped",
+        late = datagram(a)
+        self.send(tracker, late[:16] + struct.pack("!I", 900) + late[20:])  # its sequence number; those behind it come late
+        expected = {"interface-is-no-port", "datagrams-missed", "tracker-full", "candidates-evicted", "datagrams-malformed", "interface-unmapped",
                     "collector-refuses"}
 
         def more_records():
