@@ -66,8 +66,8 @@ class LiveJob(Job):
 
     def account(self):
         self.page.step("What became of the packets")
-        self._await_rest()
-        outcome = Outcome(self.bench, self.bench.ports())
+        ports, arrived = self._await_rest()
+        outcome = Outcome(self.bench, ports)
         self.await_accounts(outcome)
         self.page.sft(self.bench, "flows", most=6)
         for view in ("states", "ports", "samples"):
@@ -75,22 +75,21 @@ class LiveJob(Job):
         self.checks.equal("each wanted flow has a status", self.bench.states().keys(), self.bench.wanted())
         self.check_states(self.bench.states())
         self.check_published(outcome)
-        for port, host in ((PORT_A, self.network.a), (PORT_B, self.network.b)):
-            left = outcome.ports[port]["packetsOut"]
-            self.checks.equal(f"every packet that left on {port} reached its host: {left:,}", host.counters("eth0")["packets_in"], left)
+        for port, left in ((port, ports[port]["packetsOut"]) for port in self.PORTS):
+            self.checks.equal(f"every packet that left on {port} reached its host: {left:,}", arrived[port], left)
         self._check_received("the tracker knows", self.known_to_tracker())
         return outcome
 
     def _await_rest(self):
-        """Waits until what the hosts sent has passed the agent."""
+        """Waits until what the hosts sent has passed the agent; gives its ports, and the packets that reached the host of each."""
 
         def passed():
             ports = self.bench.ports()
-            return (ports[PORT_A]["packetsIn"] == ports[PORT_B]["packetsOut"] and ports[PORT_B]["packetsIn"] == ports[PORT_A]["packetsOut"]
-                    and all(host.counters("eth0")["packets_in"] == ports[port]["packetsOut"]
-                            for port, host in ((PORT_A, self.network.a), (PORT_B, self.network.b))))
+            arrived = {port: host.counters("eth0")["packets_in"] for port, host in ((PORT_A, self.network.a), (PORT_B, self.network.b))}
+            through = all(ports[entry]["packetsIn"] == ports[leave]["packetsOut"] for entry, leave in (self.PORTS, self.PORTS[::-1]))
+            return (ports, arrived) if through and all(arrived[port] == ports[port]["packetsOut"] for port in self.PORTS) else None
 
-        self.bench.until(passed, PATIENCE, "the hosts' kernels have not received what left the agent")
+        return self.bench.until(passed, PATIENCE, "the hosts' kernels have not received what left the agent")[0]
 
     def _check_received(self, who, totals):
         for name, host in (("a", self.network.a), ("b", self.network.b)):
