@@ -3,7 +3,7 @@
 #   bin                pexa-agent, flow-tracker, sft
 #   lib/pexa           the runtime and the plugins
 #   etc/pexa           the configurations; one that is there is left alone. With the prefix /usr: /etc/pexa
-#   lib/systemd/system, lib/sysusers.d, share/man, share/bash-completion/completions
+#   lib/systemd/system, lib/sysusers.d, lib/sysctl.d, share/man, share/bash-completion/completions
 include(GNUInstallDirs)
 
 set(SFT_LIBRARY_DIR lib/pexa)  # PluginLibrary looks there
@@ -21,6 +21,7 @@ install(FILES packaging/man/pexa-agent.8 packaging/man/flow-tracker.8 DESTINATIO
 install(FILES packaging/completion/sft packaging/completion/pexa-agent
         DESTINATION share/bash-completion/completions)
 install(FILES packaging/sysusers.d/pexa.conf DESTINATION lib/sysusers.d)
+install(FILES packaging/sysctl.d/50-pexa.conf DESTINATION lib/sysctl.d)
 configure_file(packaging/debian/changelog.in ${CMAKE_BINARY_DIR}/changelog @ONLY)
 install(FILES packaging/debian/copyright ${CMAKE_BINARY_DIR}/changelog DESTINATION share/doc/pexa)
 

@@ -27,7 +27,9 @@ bool LivePort::open() {
   if (!why.empty()) return failed(why);
   if (!socket_.hasReceiveBytes()) {
     if (!note_.empty()) note_ += "; ";
-    note_ += "no right to a receive buffer of its own size (CAP_NET_ADMIN): bursts may be lost";
+    note_ +=
+        "no right to a receive buffer of its own size (CAP_NET_ADMIN, or a larger net.core.rmem_max): bursts "
+        "may be lost";
   }
   index_ = index;
   dropsOutAtOpen_ = interface_.dropsOut();

@@ -45,6 +45,15 @@ bool setOption(int descriptor, int level, int name, const Value& value) {
   return ::setsockopt(descriptor, level, name, &value, sizeof value) == 0;
 }
 
+// Takes a buffer of so many bytes, over the system's limit where this process may. False when it got less.
+bool takeBuffer(int descriptor, int forced, int limited, int bytes) {
+  if (setOption(descriptor, SOL_SOCKET, forced, bytes)) return true;
+  setOption(descriptor, SOL_SOCKET, limited, bytes);
+  int got = 0;  // twice what was granted: the kernel counts its own part in
+  socklen_t size = sizeof got;
+  return ::getsockopt(descriptor, SOL_SOCKET, limited, &got, &size) == 0 && got / 2 >= bytes;
+}
+
 FrameOffload offloadOf(const OffloadHeader& header) {
   using Cut = FrameOffload::Cut;
   FrameOffload offload;
@@ -146,9 +155,8 @@ std::string PacketSocket::open(unsigned index) {
       !setOption(descriptor_, SOL_PACKET, PACKET_IGNORE_OUTGOING, on)) {
     return failed("the packet socket refuses an option");
   }
-  hasReceiveBytes_ = setOption(descriptor_, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBytes);
-  if (!hasReceiveBytes_) setOption(descriptor_, SOL_SOCKET, SO_RCVBUF, kReceiveBytes);
-  setOption(descriptor_, SOL_SOCKET, SO_SNDBUFFORCE, kSendBytes);
+  hasReceiveBytes_ = takeBuffer(descriptor_, SO_RCVBUFFORCE, SO_RCVBUF, kReceiveBytes);
+  takeBuffer(descriptor_, SO_SNDBUFFORCE, SO_SNDBUF, kSendBytes);
   packet_mreq promiscuous{};
   promiscuous.mr_ifindex = static_cast<int>(index);
   promiscuous.mr_type = PACKET_MR_PROMISC;

@@ -24,11 +24,6 @@ PAGE_BYTES = 300_000
 LISTENING = ("tcp :80", "tcp :5201", "udp :53")  # of the servers, in this order
 
 
-def as_on_a_wire(host):
-    """Has a host make the frames that a wire would carry: no segmentation, checksums or merging are left to the interface."""
-    run(host, "ethtool", "-K", "eth0", "tx", "off", "tso", "off", "gso", "off", "gro", "off")
-
-
 def run(host, *command):
     """What a command on a host prints."""
     try:

@@ -6,7 +6,7 @@ counted are together what the receiving hosts' kernels counted.
 import ipaddress
 
 from bench import BUDGET, IN_HARDWARE
-from conversations import Servers, as_on_a_wire, ask_name, fetch, kernel_counts, stream
+from conversations import Servers, ask_name, fetch, kernel_counts, stream
 from job import PATIENCE, Job
 from outcome import Outcome, show_flows
 
@@ -39,8 +39,6 @@ class LiveJob(Job):
         a, b = self.network.a, self.network.b
         self.page.step(f"The agent starts between the hosts, with room for {self.budget:,} flows of each family ({BUDGET}); every packet is "
                        "sampled that is not in hardware")
-        for host in (a, b):
-            as_on_a_wire(host)
         self.servers = Servers(b, self.bench.directory / "servers")
         self.write_agent_config([(PORT_A, "device", a.port), (PORT_B, "device", b.port)], {PORT_A: PORT_B, PORT_B: PORT_A}, 1)
         self.bench.start_agent(self.budget)

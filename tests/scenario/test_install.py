@@ -72,7 +72,7 @@ class InstalledTreeTest(Installed):
             "bin/pexa-agent", "bin/flow-tracker", "bin/sft",
             "lib/pexa/libPexaRuntime.so", "lib/pexa/libPexaSampledFlowTracker.so", "lib/pexa/libPexaSftAudit.so",
             "etc/pexa/agent.toml", "etc/pexa/flow-tracker.toml", "etc/default/pexa-agent",
-            "lib/systemd/system/pexa-agent.service", "lib/systemd/system/flow-tracker.service", "lib/sysusers.d/pexa.conf",
+            "lib/systemd/system/pexa-agent.service", "lib/systemd/system/flow-tracker.service", "lib/sysusers.d/pexa.conf", "lib/sysctl.d/50-pexa.conf",
             "share/man/man1/sft.1.gz", "share/man/man5/pexa-agent.toml.5.gz", "share/man/man5/flow-tracker.toml.5.gz",
             "share/man/man8/pexa-agent.8.gz", "share/man/man8/flow-tracker.8.gz",
             "share/bash-completion/completions/sft", "share/bash-completion/completions/pexa-agent",
