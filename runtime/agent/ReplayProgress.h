@@ -12,6 +12,7 @@ class ReplayProgress : public Work {
 
   explicit ReplayProgress(const AgentPorts& ports);
   ~ReplayProgress() override;
+  std::string_view name() const override { return "progress"; }
   double next() const override { return next_; }
   // Never due again when nobody watches, or no capture is being replayed.
   void run(double now, double slice) override;
