@@ -110,7 +110,11 @@ void EventLoop::run(bool untilEnd) {
   slices_.begin();
   for (unsigned turn = 0; !stopped_; ++turn) {
     const bool packets = panel_.runRound() != 0;
-    packets ? slices_.ended(packetSlices_) : slices_.begin();
+    if (packets) {
+      slices_.ended(packetSlices_);
+    } else {
+      slices_.begin();
+    }
     const bool work = runDueWork(packets ? kBusySlice : kIdleSlice);
     if (!settled_) settle();
     if (packets || work) {

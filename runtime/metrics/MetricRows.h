@@ -1,9 +1,10 @@
-// A snapshot as rows, for the control socket: an object for each number,
+// A snapshot as rows, for the control socket: an object for each number, whole values as integers,
 //
-//   {"name","type","help","labels":{...},"value"}                              whole values as integers
-//   {"name","type","help","labels":{...},"buckets":[{"le","count"}],"sum","count"}    of a histogram; the
-//   counts
-//                                                                              are of what was at most "le"
+//   {"name","type","help","labels":{...},"value"}
+//
+// and one for each histogram, its counts those of what was at most "le":
+//
+//   {"name","type","help","labels":{...},"buckets":[{"le","count"}],"sum","count"}
 #pragma once
 
 #include "KivValue.h"

@@ -7,6 +7,7 @@ reading what it logs and by asking again.
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import struct
@@ -302,6 +303,20 @@ class ScenarioTest(unittest.TestCase):
 
     def reasons(self):
         return {(row["category"], row["source"], row["reason"]): row["count"] for row in self.sft("reasons")}
+
+    def damage(self, table, collection):
+        """Spoils a byte of each record of Ethernet1; the file stays a table."""
+        with open(self.run_dir / "tables" / table / collection, "r+b") as file:
+            at = 0
+            while True:  # the file is large and has little in it
+                try:
+                    at = os.lseek(file.fileno(), at, os.SEEK_DATA)
+                except OSError:
+                    return
+                page = os.pread(file.fileno(), 4096, at)
+                for match in re.finditer(b"Ethernet1", page):
+                    os.pwrite(file.fileno(), b"F", at + match.start())
+                at += len(page)
 
 
 def skip_without(path):

@@ -2,7 +2,6 @@
 import fcntl
 import json
 import os
-import re
 import signal
 import socket
 import struct
@@ -51,20 +50,6 @@ class DoctorTest(ScenarioTest):
         sflow = f'[sflow]\nagent = "127.0.0.1"\ncollectors = {json.dumps(addresses)}\n' if addresses else ""
         self.write_config([("Ethernet1", "capture", capture)], state=state, plugins=plugins, extra=sflow, **more)
         return self.start_replayed(environment={BUDGET: str(budget)} if budget is not None else None)
-
-    def damage(self, table, collection):
-        """Spoils the interface's name in each record; the file stays a table."""
-        with open(self.run_dir / "tables" / table / collection, "r+b") as file:
-            at = 0
-            while True:  # the file is large and has little in it
-                try:
-                    at = os.lseek(file.fileno(), at, os.SEEK_DATA)
-                except OSError:
-                    return
-                page = os.pread(file.fileno(), 4096, at)
-                for match in re.finditer(b"Ethernet1", page):
-                    os.pwrite(file.fileno(), b"F", at + match.start())
-                at += len(page)
 
 
 class WithAnAgent(DoctorTest):

@@ -1,5 +1,4 @@
 """What is wanted, what became of it and what was counted, as an operator reads it: from the tables alone, without an agent."""
-import os
 import re
 import time
 import unittest
@@ -31,20 +30,6 @@ class ViewTest(ScenarioTest):
             return [], []
         starts = [match.start() for match in re.finditer(r"(?:^|(?<=  ))\S", lines[0])]
         return re.split(r"  +", lines[0].strip()), [re.split(r"  +", line.strip()) for line in lines[1:]] if starts else []
-
-    def damage(self, table, collection):
-        """Spoils a byte of each record of Ethernet1; the file stays a table."""
-        with open(self.run_dir / "tables" / table / collection, "r+b") as file:
-            at = 0
-            while True:  # the file is large and has little in it
-                try:
-                    at = os.lseek(file.fileno(), at, os.SEEK_DATA)
-                except OSError:
-                    return
-                page = os.pread(file.fileno(), 4096, at)
-                for match in re.finditer(b"Ethernet1", page):
-                    os.pwrite(file.fileno(), b"F", at + match.start())
-                at += len(page)
 
 
 class Everywhere(ViewTest):
