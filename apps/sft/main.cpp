@@ -153,6 +153,17 @@ void addAuditCommand(CLI::App& app, CommandLine& line) {
   onRun(audit, line, [&line] { line.status = Sft::audit(line.context, line.repair); });
 }
 
+// A word that is no command comes to light as a command that is missing.
+std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
+  const auto words = app.remaining(true);
+  if (error.get_name() != "RequiredError" || words.empty()) return error.what();
+  std::string path = app.get_name();
+  for (auto chosen = app.get_subcommands(); !chosen.empty(); chosen = chosen.back()->get_subcommands()) {
+    path += " " + chosen.back()->get_name();
+  }
+  return fmt::format("{} has no command \"{}\"", path, words.front());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -180,7 +191,7 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    fmt::print(stderr, "sft: {}, expected a command as in sft --help\n", error.what());
+    fmt::print(stderr, "sft: {}, expected a command as in sft --help\n", whatIsWrong(app, error));
     return kMisused;
   }
   try {

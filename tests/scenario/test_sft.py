@@ -156,6 +156,10 @@ class Commands(ScenarioTest):
                 self.assertTrue(error.startswith("sft: "), error)
                 self.assertIn("expected", error)
 
+    def test_a_command_that_there_is_not_is_named(self):
+        self.assertIn('sft has no command "dance"', self.sft_refused("dance"))
+        self.assertIn('sft table has no command "dance"', self.sft_refused("table", "dance"))
+
     def test_help_is_no_mistake(self):
         done = self.sft_any("--help")
         self.assertEqual((done.code, done.err), (0, ""))
