@@ -1,4 +1,4 @@
-// Writes the corpus of the packet, capture and datagram targets anew: make_corpus FOLDER.
+// Writes the corpus of the packet, frame, capture and datagram targets anew: make_corpus FOLDER.
 #include <filesystem>
 #include <iostream>
 
@@ -63,6 +63,45 @@ void writePackets(const std::filesystem::path& folder) {
   put("vlan-cut", PacketBuilder().vlan(10).vlan(11).cutTo(20));
 }
 
+// Frames with what is undone in them before them, as FrameOffloadTarget.cpp reads it.
+void writeFrames(const std::filesystem::path& folder) {
+  struct Undone {
+    std::uint8_t cut = 0, checksumMissing = 1;
+    std::uint8_t start = 34, offset = 16;
+    std::uint16_t cutBytes = 100;
+  };
+  const auto put = [&](const std::string& name, const Undone& undone, const PacketBuilder& builder) {
+    std::vector<std::uint8_t> bytes{undone.cut,
+                                    undone.checksumMissing,
+                                    0,
+                                    undone.start,
+                                    0,
+                                    undone.offset,
+                                    static_cast<std::uint8_t>(undone.cutBytes >> 8),
+                                    static_cast<std::uint8_t>(undone.cutBytes)};
+    const Packet packet = builder.build();
+    bytes.insert(bytes.end(), packet.bytes.begin(), packet.bytes.end());
+    write(folder, name, bytes);
+  };
+  put("checksum-tcp", {}, v4().tcp(1, 2).payload(5));
+  put("checksum-udp-ipv6", {.start = 54, .offset = 6}, v6().udp(1, 2).payload(4));
+  put("checksum-behind-the-end", {.start = 200}, v4().tcp(1, 2));
+  put("cut-tcp-ipv4", {.cut = 1}, v4().tcp(1, 2).payload(350));
+  put("cut-tcp-ipv6", {.cut = 2, .start = 54}, v6().tcp(1, 2).payload(301));
+  put("cut-udp-ipv4", {.cut = 3, .offset = 6}, v4().udp(1, 2).payload(250));
+  put("cut-udp-ipv6", {.cut = 3, .start = 54, .offset = 6}, v6().udp(1, 2).payload(250));
+  put("cut-vlan", {.cut = 1, .start = 38}, v4(PacketBuilder().vlan(10)).tcp(1, 2).payload(350));
+  put("cut-options", {.cut = 1, .start = 42},
+      v4().ipv4Options(std::vector<std::uint8_t>(8, 1)).tcp(1, 2).payload(350));
+  put("cut-hop-by-hop", {.cut = 2, .start = 62}, v6().ipv6Extension(0).tcp(1, 2).payload(350));
+  put("cut-routing", {.cut = 2, .start = 70}, v6().ipv6Extension(43, 16).tcp(1, 2).payload(350));
+  put("cut-of-another-kind", {.cut = 2}, v4().tcp(1, 2).payload(350));
+  put("cut-unknown", {.cut = 4}, v4().udp(1, 2).payload(350));
+  put("cut-of-nothing", {.cut = 1, .cutBytes = 0}, v4().tcp(1, 2).payload(350));
+  put("cut-no-payload", {.cut = 1}, v4().tcp(1, 2));
+  put("cut-off", {.cut = 1}, v4().tcp(1, 2).payload(350).cutTo(50));
+}
+
 void writeCaptures(const std::filesystem::path& folder) {
   const Packet tcp = v4().tcp(1, 2).build();
   const Packet udp = v6(PacketBuilder().vlan(5)).udp(1, 2).build();
@@ -124,9 +163,10 @@ int main(int count, char** arguments) {
     return 2;
   }
   const std::filesystem::path folder(arguments[1]);
-  for (const char* name : {"packet", "capture", "datagram"})
+  for (const char* name : {"packet", "frame", "capture", "datagram"})
     std::filesystem::create_directories(folder / name);
   writePackets(folder / "packet");
+  writeFrames(folder / "frame");
   writeCaptures(folder / "capture");
   writeDatagrams(folder / "datagram");
   return 0;

@@ -15,6 +15,7 @@ function(sft_fuzz_target name source corpus)
 endfunction()
 
 sft_fuzz_target(parsed_packet ParsedPacketTarget.cpp packet runtime)
+sft_fuzz_target(frame_offload FrameOffloadTarget.cpp frame runtime)
 sft_fuzz_target(capture_reader CaptureReaderTarget.cpp capture runtime)
 
 include(${CMAKE_SOURCE_DIR}/tests/support/NaiveStateMachine.cmake)
