@@ -8,7 +8,7 @@ import unittest
 
 from harness import AGENT, OWN_CAPTURES, PATIENCE, REAL_CAPTURES, SAMPLING, TRACKING, ScenarioTest, flows, skip_without  # first: it leads to scripts/lib
 from collectors import Sfcapd
-from conversations import as_on_a_wire, kernel_counts, run, stream
+from conversations import kernel_counts, run, stream
 from evenly import write_evenly
 from live_job import received
 from namespaces import Network, Unavailable
@@ -146,8 +146,6 @@ class LiveSflowTest(ScenarioTest):
         except Unavailable as why:
             self.skipTest(str(why))
         self.addCleanup(self.network.close)
-        for host in (self.network.a, self.network.b):
-            as_on_a_wire(host)
 
     def start_in(self, space, name, *command):
         program = Program(name, space.command(command), self.dir / f"{name}.log")
