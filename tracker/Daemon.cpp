@@ -106,7 +106,7 @@ class Daemon::Impl {
     timer_.expires_after(kTick);
     timer_.async_wait([this](const asio::error_code& error) {
       if (error) return;
-      tracker_.tick();
+      look();
       exporter_.tick();
       waitForTick();
     });
@@ -141,9 +141,15 @@ class Daemon::Impl {
     look_.async_wait([this](const asio::error_code& error) {
       if (error) return;
       lookIsDue_ = false;
-      lastLook_ = std::chrono::steady_clock::now();
-      tracker_.tick();
+      look();
     });
+  }
+
+  // At every flow that is wanted, so the pause is between the end of one and the next: datagrams come
+  // meanwhile.
+  void look() {
+    tracker_.tick();
+    lastLook_ = std::chrono::steady_clock::now();
   }
 
   Value::Object statistics() const {

@@ -117,7 +117,7 @@ std::optional<FlowTracking::HoFlowCounterRecord<Domain>> OffloadTables::counter(
 
 template <class Domain>
 std::uint64_t OffloadTables::counterSession() const {
-  return counter_->map<Domain>().table()->file()->header().sessions.load(std::memory_order_relaxed);
+  return counter_->map<Domain>().table()->file()->header().sessions.load(std::memory_order_acquire);
 }
 
 std::uint64_t OffloadTables::damages() const {

@@ -1,8 +1,11 @@
 // Any frame with anything undone in it: its checksum is written so that it fits, or not at all; the packets
 // that it is cut into hold its payload, each with checksums that fit, and none is longer than the cut allows.
 //
-//   0  kind of cut   1  checksum missing   2  checksum start   4  checksum offset   6  bytes of a cut   8
-//   frame
+//   byte   0     kind of cut
+//          1     whether the checksum is missing
+//          2, 4  checksum start, and from there to its field
+//          6     bytes of a cut
+//          8     the frame
 #include <algorithm>
 #include <memory>
 #include <numeric>

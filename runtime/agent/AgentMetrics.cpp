@@ -26,7 +26,7 @@ class SamplingFamilies {
       if (state.rate == 0) continue;  // saw no packet that could have been sampled
       const Metrics::Labels labels{{"interface", std::string(ports_.all()[index].port->intfId().name())},
                                    {"direction", direction == Direction::ingress ? "ingress" : "egress"}};
-      rate_.add(labels, state.rate);
+      if (!rate_.numbers().contains(labels)) rate_.add(labels, state.rate);  // of two samplers, the first
       pool_.add(labels, state.pool);
       samples_.add(labels, state.samples);
       drops_.add(labels, state.drops);

@@ -172,8 +172,10 @@ void EventLoop::lookAtDescriptors() {
   for (const DueWork& each : work_) each.work->flush();
   waits_->armWork();
   static constexpr int kMostHandlers = 16;  // a client that never tires must not hold up the packets
-  for (int i = 0; i < kMostHandlers && io_.poll_one() != 0; ++i) continue;
   slices_.begin();
+  int handlers = 0;
+  while (handlers < kMostHandlers && io_.poll_one() != 0) ++handlers;
+  if (handlers != 0) slices_.ended(controlSlices_);
 }
 
 void EventLoop::sleep() {

@@ -49,8 +49,8 @@ class EventLoop {
   // Ends run() after the present turn. May be called from within a turn.
   void stop() { stopped_ = true; }
 
-  // Of rounds that brought packets ("packets"), of each piece of work by its name, and of whatever a handler
-  // of a descriptor notes here itself.
+  // Of rounds that brought packets ("packets"), of each piece of work by its name, and of what handlers of
+  // descriptors did meanwhile ("control"); an idle loop's handlers note theirs themselves.
   LoopSlices& slices() { return slices_; }
   const LoopSlices& slices() const { return slices_; }
 
@@ -73,6 +73,7 @@ class EventLoop {
   PatchPanel& panel_;
   LoopSlices slices_;
   const LoopSlices::Kind packetSlices_ = slices_.kindIs("packets");
+  const LoopSlices::Kind controlSlices_ = slices_.kindIs("control");
   std::vector<DueWork> work_;
   std::unique_ptr<Waits> waits_;
   bool stopped_ = false;

@@ -41,6 +41,7 @@ bool LivePort::open() {
 void LivePort::closed() {
   lostIn_ += socket_.drops();
   lostOut_ = counts_.dropsOut - refused_;
+  dropped_ = 0;
   socket_.close();
   index_ = 0;
   ++descriptorChanges_;
@@ -59,7 +60,7 @@ void LivePort::look(double now) {
 }
 
 std::size_t LivePort::receive(std::span<ReceivedPacket> room, double now) {
-  if (now >= nextLook_) look(now);
+  if (now >= nextLook_ || nextLook_ > now + kLookSeconds) look(now);  // or the clock was set back
   cut_.clear();
   if (!cutter_.more() && nextFrame_ == received_.frames.size()) {
     nextFrame_ = 0;
@@ -127,11 +128,11 @@ void LivePort::send() {
   if (packets.empty()) return;
   const PacketSocket::Sent sent = socket_.isOpen() ? socket_.send(packets) : PacketSocket::Sent();
   for (std::size_t i = 0; i < packets.size(); ++i) {
-    if (sent[i]) countOut(packets[i]);
+    if (sent.taken[i]) countOut(packets[i]);
   }
-  const std::uint64_t refused = packets.size() - sent.count();
-  refused_ += refused;
-  counts_.dropsOut += refused;
+  refused_ += packets.size() - sent.taken.count() - sent.dropped;
+  dropped_ += sent.dropped;
+  counts_.dropsOut += packets.size() - sent.taken.count();
 }
 
 void LivePort::refresh() {
@@ -139,8 +140,13 @@ void LivePort::refresh() {
   const std::string why = interface_.whyNot();
   error_ = why.empty() ? std::string() : fmt::format("interface {}: {}", interface_.name(), why);
   counts_.dropsIn = lostIn_ + socket_.drops();
-  const std::uint64_t dropped = interface_.dropsOut();  // 0 when it is gone, or made anew
-  counts_.dropsOut = refused_ + lostOut_ + (dropped > dropsOutAtOpen_ ? dropped - dropsOutAtOpen_ : 0);
+  counts_.dropsOut = refused_ + lostOut_ + droppedOut();
+}
+
+// The interface counts what it drops. Some kernels tell it with the packet, too, others only there.
+std::uint64_t LivePort::droppedOut() const {
+  const std::uint64_t all = interface_.dropsOut();  // 0 when it is gone, or made anew
+  return std::max(dropped_, all > dropsOutAtOpen_ ? all - dropsOutAtOpen_ : 0);
 }
 
 }  // namespace Capture

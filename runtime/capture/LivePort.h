@@ -44,10 +44,10 @@ class LivePort : public PortDevice {
   bool open();
   void look(double now);
   void closed();
-  std::uint64_t kernelDropsOut() const;
   bool next(Pavo::Pkt& pkt);
   bool begin(PacketSocket::Frame& frame);
   void unusable(std::uint64_t frames);
+  std::uint64_t droppedOut() const;
 
   NetInterface interface_;
   PacketSocket socket_;
@@ -67,6 +67,7 @@ class LivePort : public PortDevice {
   OffloadCounts offloads_;
   std::uint64_t lostIn_ = 0;          // by sockets before this one, and unusable frames
   std::uint64_t refused_ = 0;         // packets that the kernel did not take
+  std::uint64_t dropped_ = 0;         // and those that it told to be dropped by this interface
   std::uint64_t lostOut_ = 0;         // dropped by interfaces before this one after they had taken them
   std::uint64_t dropsOutAtOpen_ = 0;  // of the interface
 };

@@ -15,10 +15,17 @@
 #include <sstream>
 #include <utility>
 
+#include "capture/CaptureError.h"
+
 namespace Capture {
 
 NetInterface::NetInterface(std::string name)
-    : name_(std::move(name)), socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
+    : name_(std::move(name)), socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  if (socket_ < 0) {
+    throw CaptureError(
+        fmt::format("interface {}: no socket to ask the kernel: {}", name_, std::strerror(errno)));
+  }
+}
 
 NetInterface::~NetInterface() {
   if (socket_ >= 0) ::close(socket_);

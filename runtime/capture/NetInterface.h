@@ -11,6 +11,7 @@ namespace Capture {
 
 class NetInterface {
  public:
+  // Throws CaptureError when this process can have no more descriptors.
   explicit NetInterface(std::string name);
   ~NetInterface();
   NetInterface(const NetInterface&) = delete;
@@ -22,7 +23,7 @@ class NetInterface {
   bool isEthernet() const;
   // Why nothing can pass at present, empty when it can: it is down, or has no carrier.
   std::string whyNot() const;
-  // Packets that the kernel took for sending and then dropped, since the interface was made.
+  // Packets that the interface dropped in sending, whoever sent them, since it was made.
   std::uint64_t dropsOut() const;
   // Large receive glues packets together that cannot be told apart again, so it is switched off. A text
   // that says what was done, or that it could not be; empty when it was off.

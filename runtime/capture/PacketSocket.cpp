@@ -233,8 +233,10 @@ PacketSocket::Sent PacketSocket::send(std::span<const Pavo::Pkt> packets) {
   for (std::size_t next = 0; next < packets.size();) {
     const int count = ::sendmmsg(descriptor_, out.messages.data() + next,
                                  static_cast<unsigned>(packets.size() - next), MSG_DONTWAIT);
-    for (int i = 0; i < count; ++i) sent.set(next++);
-    if (count <= 0) ++next;  // the kernel does not take this one
+    for (int i = 0; i < count; ++i) sent.taken.set(next++);
+    if (count > 0) continue;
+    if (errno == ENOBUFS) ++sent.dropped;
+    ++next;  // the kernel does not take this one
   }
   return sent;
 }

@@ -50,7 +50,10 @@ class PacketSocket {
 
   // Takes the frames that have come, tags that the kernel took off put back. REQUIRES: isOpen().
   Received receive();
-  using Sent = std::bitset<kMostBurst>;  // which packets the kernel took
+  struct Sent {
+    std::bitset<kMostBurst> taken;  // which packets the kernel took
+    std::size_t dropped = 0;        // others that the interface or its queue dropped: there was no room
+  };
   // Sends packets in their order, without waiting. REQUIRES: isOpen(), at most kMostBurst.
   Sent send(std::span<const Pavo::Pkt> packets);
 

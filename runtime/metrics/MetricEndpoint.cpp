@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <prometheus/exposer.h>
 #include <prometheus/metric_family.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <asio.hpp>
@@ -76,7 +77,18 @@ std::vector<prometheus::MetricFamily> familiesOf(const Snapshot& snapshot) {
 class DeskCollectable : public prometheus::Collectable {
  public:
   explicit DeskCollectable(SnapshotDesk& desk) : desk_(desk) {}
+  // The server's threads are not made for exceptions.
   std::vector<prometheus::MetricFamily> Collect() const override {
+    try {
+      return collect();
+    } catch (const std::exception& error) {
+      spdlog::error("metrics: {}", error.what());
+      return {};
+    }
+  }
+
+ private:
+  std::vector<prometheus::MetricFamily> collect() const {
     const SnapshotDesk::Answer answer = desk_.ask(MetricEndpoint::kPatience);
     if (!answer.snapshot) return {};
     auto families = familiesOf(*answer.snapshot);
@@ -88,7 +100,6 @@ class DeskCollectable : public prometheus::Collectable {
     return families;
   }
 
- private:
   SnapshotDesk& desk_;
 };
 

@@ -61,8 +61,10 @@ SnapshotDesk::Answer SnapshotDesk::ask(Clock::duration patience) {
   State& state = *state_;
   std::unique_lock lock(state.mutex);
   if (!state.closed && !state.fresh()) {
-    if (!std::exchange(state.posted, true))
+    if (!state.posted) {
       asio::post(state.io, [posted = state.shared_from_this()] { posted->serve(); });
+      state.posted = true;
+    }
     const std::uint64_t before = state.snapshots;
     state.taken.wait_for(lock, patience, [&] { return state.closed || state.snapshots != before; });
   }

@@ -48,7 +48,7 @@ void TableWriter::begin() {
     const std::uint64_t sessions = header.sessions.load(std::memory_order_relaxed);
     const bool known = last == 0 && session_ != 0 && session_ == sessions;
     header.writer.store(static_cast<std::uint64_t>(::getpid()), std::memory_order_relaxed);
-    header.sessions.store(sessions + 1, std::memory_order_relaxed);
+    header.sessions.store(sessions + 1, std::memory_order_release);
     session_ = sessions + 1;
     journal_.begin();
     if (!known) putInOrder();

@@ -4,9 +4,8 @@
 // W1  Entries are remembered when the whole chain was seen unchanged and undamaged, between two looks at the
 //     state word that were the same.
 // W2  They hold while the state word and every meta word of the chain are what they were: a change of a
-// bucket
-//     moves its sequence. (It comes round after 32,768 changes. Should the same entries stand there again,
-//     they are what is remembered; the records are read anew with each step in any case.)
+//     bucket moves its sequence. (It comes round after 32,768 changes. Should the same entries stand there
+//     again, they are what is remembered; the records are read anew with each step in any case.)
 //
 // Threading: as Table, which has one. Two walks that take turns share it: each turn reads a bucket anew.
 #pragma once

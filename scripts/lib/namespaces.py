@@ -79,8 +79,8 @@ class Space:
 
     def __init__(self, name, stack):
         self.name = name
+        stack.callback(_remove, name)  # before it is there: an interrupt may come while it is made
         ip("netns", "add", name)
-        stack.callback(_remove, name)
         self._running = []
         stack.callback(self.end_all)
         self.ip("link", "set", "lo", "up")
@@ -120,7 +120,9 @@ class Space:
 
     def setting(self, name, value):
         """Sets a kernel setting of this namespace (sysctl)."""
-        self.run(["sh", "-c", f"echo {value} >/proc/sys/{name.replace('.', '/')}"])
+        done = self.run(["sh", "-c", f"echo {value} >/proc/sys/{name.replace('.', '/')}"], check=False)
+        if done.returncode != 0:
+            raise Unavailable(f"{name} cannot be set: {done.stderr.strip()}")
 
     def up(self, interface):
         self.ip("link", "set", interface, "up")

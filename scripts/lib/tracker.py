@@ -45,7 +45,7 @@ class Tracker(Program):
                     if "row" not in answer:
                         return rows
                     rows.append(answer["row"])
-            except OSError as error:
+            except (OSError, ValueError) as error:  # also half a line, of one that ended meanwhile
                 raise Failure(f"flow-tracker does not answer \"{request}\": {error}") from error
         raise Failure(f"flow-tracker hung up while it answered \"{request}\"")
 

@@ -1,12 +1,12 @@
 // Load for live ports, counted exactly at both ends.
 //
-//   live_load send --to ADDRESS [--to ADDRESS] --packets N --rate N [--flows N]     sends, then tells what it
-//   sent live_load receive [--flows N]         tells what it received, once its standard input ended and
-//   nothing is left
+//   live_load send --to ADDRESS [--to ADDRESS] --packets N --rate N [--flows N]
+//   live_load receive [--flows N]
 //
-// A flow has a source port of its own; flows take turns with the addresses. Packets are of 64 to 1500 bytes
-// in turn, and hold their flow and their number in it. Both print one JSON object: what a flow had, and for
-// the receiver what came twice, late, or was dropped because it was slow.
+// The first sends, then tells what it sent; the second tells what it received once its standard input has
+// ended and nothing is left. A flow has a source port of its own; flows take turns with the addresses.
+// Packets are of 64 to 1500 bytes in turn, and hold their flow and their number in it. Both print one JSON
+// object: what a flow had, and for the receiver what came twice, late, or was dropped because it was slow.
 #include <arpa/inet.h>
 #include <fmt/format.h>
 #include <linux/sock_diag.h>

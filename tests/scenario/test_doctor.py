@@ -11,6 +11,7 @@ import unittest
 from harness import (AUDIT, BUDGET, CONFIG, COUNTER, PLUGIN, SAMPLING, STATUS, TRACKING, ScenarioTest, counter, flow_key, status,
                      udp_frame, wanted)
 from test_flow_tracker import FLOW_A, FLOW_B, FlowTrackerTest, datagram, flow_sample
+from test_why import FakePeer, arguments
 
 WRITER_AT = 1280  # of a table's file: the process id of its writer
 A = flow_key("10.0.0.1", "10.0.0.2", 1000, 53)
@@ -87,6 +88,12 @@ class WithAnAgent(DoctorTest):
         self.eventually(self.settled, ["budget-used-up", "tracker-not-running"])
         self.sft("attr", "set", "SampledFlowTracker.drovaHelper", "maxInHardwareFlows", "5")
         self.assertEqual(self.settled(), ["room-not-given", "tracker-not-running"])
+        finding = self.findings()["room-not-given"]
+        self.assertFalse(finding["corrects"])
+        self.assertEqual(finding["command"], "sft flow want one of sft flows --state overflow anew")
+        waiting, = self.sft("flows", "--state", "overflow")
+        self.sft("flow", "want", *arguments(waiting["key"]["ipFlowKey"]))
+        self.eventually(lambda: "room-not-given" in self.kinds(), False)
 
     def test_what_an_audit_finds(self):
         self.want([wanted(A), wanted(B)])
@@ -142,11 +149,11 @@ class WithAnAgent(DoctorTest):
     def test_a_record_that_keeps_the_agent_from_what_is_wanted(self):
         self.start_agent()
         self.eventually(self.settled, [])
-        self.want([wanted(A)])
-        self.eventually(lambda: len(self.states()), 1)
+        self.want([{**wanted(A), "requestTime": time.time() - 60}, wanted(B)])  # when B was asked for is not told
+        self.eventually(lambda: len(self.states()), 2)
         self.damage(STATUS, "hoIpFlowStatus")
         self.assertIn("damage", self.kinds())
-        self.assertIn("wanted-not-seen", self.kinds())  # it was asked for at no time that is known
+        self.assertEqual(self.findings()["wanted-not-seen"]["record"]["flows"], 1)
 
     # An agent is the writer of a table from its first store or audit on.
 
@@ -205,6 +212,19 @@ class WithoutAnAgent(DoctorTest):
         self.run_dir.mkdir()
         os.symlink("control.sock", self.run_dir / "control.sock")  # a link to itself
         self.assertEqual(self.kinds(), ["agent-not-asked"])
+
+    def test_an_agent_that_leaves_amidst_its_answers_is_not_taken_for_one_without_the_plugin(self):
+        FakePeer(self, "control.sock", {"ports": [{"row": {"name": "Ethernet1"}}, {"end": True}]})
+        self.assertEqual(self.kinds(), ["agent-not-asked"])
+        self.assertIn("left before its answer was complete", self.findings()["agent-not-asked"]["what"])
+
+    def test_files_in_the_making_are_left_alone_for_a_minute(self):
+        self.want([wanted(A)])
+        draft = self.run_dir / "tables" / CONFIG / ".hoIp6FlowConfig.4711.new"
+        draft.write_text("")
+        self.assertNotIn("file-left-over", self.kinds())
+        os.utime(draft, (time.time() - 120,) * 2)
+        self.assertEqual(self.findings()["file-left-over"]["record"], {"file": str(draft.relative_to(self.run_dir))})
 
     def test_it_lists_what_it_looks_at(self):
         rows = self.sft("doctor", "--list")

@@ -266,9 +266,10 @@ class ManualTest(unittest.TestCase):
 class CompletionTest(ScenarioTest):
     def complete(self, *words, file="sft"):
         """What bash offers for the last word."""
+        words = [str(each) for each in words]
         script = ("source /usr/share/bash-completion/bash_completion 2>/dev/null; source \"$1\"; shift; COMP_WORDS=(\"$@\"); "
                   "COMP_CWORD=$(($# - 1)); COMP_LINE=\"$*\"; COMP_POINT=${#COMP_LINE}; "
-                  "_found=$(complete -p \"$1\" | sed 's/.*-F \\([^ ]*\\) .*/\\1/'); "
+                  "_found=$(complete -p \"${1##*/}\" | sed 's/.*-F \\([^ ]*\\) .*/\\1/'); "
                   "$_found \"$1\" \"${@: -1}\" \"${COMP_WORDS[COMP_CWORD-1]}\"; printf '%s\\n' \"${COMPREPLY[@]}\"")
         done = run("bash", "--norc", "-c", script, "bash", PACKAGING / "completion" / file, *words,
                    env={**os.environ, "PATH": f"{BUILD / 'bin'}:{os.environ['PATH']}", "PEXA_RUN_DIR": str(self.run_dir)})
@@ -300,6 +301,19 @@ class CompletionTest(ScenarioTest):
         self.assertEqual(self.complete("pexa-agent", "--config", f"{self.dir}/a", file="pexa-agent"), {f"{self.dir}/a.toml"})
         self.run_dir.mkdir()
         self.assertEqual(self.complete("sft", "--run-dir", f"{self.dir}/r"), {str(self.run_dir)})
+
+    def test_names_that_others_chose_are_offered_and_not_expanded(self):
+        sft = self.dir / "sft"
+        sft.write_text(f"""#!/bin/sh
+case "$*" in
+    *--help) {BUILD / "bin/sft"} "$@" ;;
+    *ports) echo '{{"name":"Ether$(touch {self.dir}/expanded)","kind":"device"}}'; echo '{{"name":"Ether*","kind":"device"}}' ;;
+esac
+""")
+        sft.chmod(0o755)
+        offered = self.complete(sft, "attr", "get", "Ether")
+        self.assertIn("Ether*", offered)
+        self.assertFalse((self.dir / "expanded").exists())
 
     def test_tables_and_collections_of_the_run_directory_are_offered(self):
         key = flow_key("10.0.0.1", "10.0.0.2", 1, 2)

@@ -115,11 +115,11 @@ class ScrapedTest(MetricsTest):
         expected = outcomes_in(traffic, states)
 
         def of(expression, **labels):
-            return lambda: self.query(expression).get(frozenset(labels.items()))
+            return lambda: (self.query(expression) or {}).get(frozenset(labels.items()))
 
         def outcomes():
             return {(dict(labels)["family"], dict(labels)["outcome"]): packets
-                    for labels, packets in self.query('sft_packets_total{direction="ingress"}').items() if packets}
+                    for labels, packets in (self.query('sft_packets_total{direction="ingress"}') or {}).items() if packets}
         self.eventually(outcomes, expected)
         for family in ("IPv4", "IPv6"):
             mine = collections.Counter(state for key, state in states.items() if family_name(flows.to_json(key)) == family)
@@ -135,7 +135,7 @@ class ScrapedTest(MetricsTest):
         self.eventually(of("pexa_samples_total", interface="Ethernet1", direction="ingress"), sampling["samples"])
         self.eventually(of("pexa_sample_pool_packets_total", interface="Ethernet1", direction="ingress"),
                         traffic.packets - expected["IPv4", "offloaded"] - expected["IPv6", "offloaded"])
-        self.eventually(lambda: self.query('histogram_quantile(1, pexa_loop_slice_seconds_bucket{work="packets"}) > 0') != {}, True)
+        self.eventually(lambda: bool(self.query('histogram_quantile(1, pexa_loop_slice_seconds_bucket{work="packets"}) > 0')), True)
         self.withdraw_one_and_see_a_promotion(states, of)
 
     def withdraw_one_and_see_a_promotion(self, states, of):

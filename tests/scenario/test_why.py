@@ -1,5 +1,7 @@
 """`sft why`: each verdict, from the programs that make it true."""
 import json
+import socketserver
+import threading
 import unittest
 
 from harness import (BUDGET, EGRESS, INGRESS, OVERFLOW, PLUGIN, SAMPLING, STATES, TRACKING, ScenarioTest, counter, flow_key,
@@ -16,6 +18,28 @@ def arguments(key, direction="ingress", intf="Ethernet1"):
     pair = "[{}]:{}" if ":" in key["srcAddr"] else "{}:{}"
     return [pair.format(key["srcAddr"], key["srcPort"]), pair.format(key["dstAddr"], key["dstPort"]), "--proto", key["ipProto"],
             "--vlan", key["vlan"], "--direction", direction, "--interface", intf]
+
+
+class FakePeer:
+    """Serves a control socket with the same answers always, by request; leaves at one that it does not know."""
+
+    def __init__(self, test, name, answers):
+        class Handler(socketserver.StreamRequestHandler):
+            def handle(self):
+                for line in self.rfile:
+                    lines = answers.get(json.loads(line)["request"])
+                    if lines is None:
+                        return
+                    self.wfile.write("".join(json.dumps(each) + "\n" for each in lines).encode())
+
+        class Server(socketserver.ThreadingMixIn, socketserver.UnixStreamServer):
+            daemon_threads = True
+
+        test.run_dir.mkdir(exist_ok=True)
+        server = Server(str(test.run_dir / name), Handler)
+        test.addCleanup(server.server_close)
+        test.addCleanup(server.shutdown)
+        threading.Thread(target=server.serve_forever, args=(0.01,), daemon=True).start()
 
 
 class WhyTest(ScenarioTest):
@@ -123,6 +147,20 @@ class FromTheTables(WhyTest):
         self.assertIn("3 IPv4 flows were in hardware, 9 waited.", row["also"][0]["why"])
         self.assertEqual(len(summary["notAsked"]), 2)
 
+    def test_an_agent_that_leaves_amidst_its_answers_could_not_be_asked(self):
+        self.want([wanted(A)])
+        FakePeer(self, "control.sock", {"ports": [{"end": True}]})
+        self.assertIn("agent-not-asked", self.verdict(*arguments(A)))
+
+    def test_metrics_of_another_kind_are_one_error_line(self):
+        for row, wrong in (({}, 'has no "name"'), ({"name": 5}, '"name": expected a string'), (5, 'has no "name"'),
+                           ({"name": "a", "labels": []}, '"labels": expected an object'), ({"name": "a", "labels": {}}, 'has no "count"'),
+                           ({"name": "a", "labels": {}, "count": 1, "sum": 1, "buckets": 1}, '"buckets": expected a list')):
+            with self.subTest(row=row):
+                (self.run_dir / "control.sock").unlink(missing_ok=True)
+                FakePeer(self, "control.sock", {"metrics": [{"row": row}, {"end": True}]})
+                self.assertIn(wrong, self.sft_refused("metrics"))
+
     def test_many_are_counted_by_verdict_and_some_shown(self):
         more = [flow_key("10.1.0.1", "10.1.0.2", port, 53) for port in range(1, 301)]
         self.want([wanted(each) for each in more])
@@ -168,11 +206,16 @@ class WithATracker(WhyTest, FlowTrackerTest):
         self.send(tracker, datagram(flow_sample(udp_frame(*FLOW_A)), flow_sample(udp_frame(*FLOW_B))))
         *rows, last = self.sft("tracker", "candidates", "10.0.0.3")
         self.assertEqual(([row["key"]["ipFlowKey"]["srcPort"] for row in rows], last), ([FLOW_B[2]], {"candidates": 1}))
+        self.assertTrue(self.sft_any("tracker", "candidates").out.endswith("\n2 candidates, 2 shown\n"))
         self.assertEqual(self.sft("tracker", "flows"), [])
         self.assertEqual(self.sft("tracker")[0]["ipv4"]["candidates"], 2)
         self.assertIn("IPv4: 0 flows wanted", self.sft_any("tracker").out)
         tracker.end()
         self.assertIn("no flow tracker answers", self.sft_refused("tracker"))
+
+    def test_candidates_that_were_left_out_are_told(self):
+        FakePeer(self, "flow-tracker.sock", {"candidates": [{"row": {"key": 1}}, {"row": {"key": 2}}, {"row": {"candidates": 5}}, {"end": True}]})
+        self.assertTrue(self.sft_any("tracker", "candidates").out.endswith("\n5 candidates, 2 shown\n"))
 
 
 if __name__ == "__main__":

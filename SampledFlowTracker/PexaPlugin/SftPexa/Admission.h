@@ -62,7 +62,7 @@ template <class Domain>
 void Statements<Domain>::promote(const Key& key) {
   const Event event = eventOf(key, false, FlowTracking::lookUp(hoFlowConfig_->map<Domain>(), key));
   outputs_.overflow.erase(Texts::kReplacementName, Texts::kReplacementPlace, key);
-  mergedStreams(event, Cause::promotion);
+  mergedStreams(event);
 }
 
 }  // namespace SampledFlowTracker

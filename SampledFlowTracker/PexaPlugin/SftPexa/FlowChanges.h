@@ -10,16 +10,16 @@ namespace SampledFlowTracker {
 
 struct FlowChanges {
   std::uint64_t admissions = 0;   // came into hardware, promoted ones among them
-  std::uint64_t promotions = 0;   // of them, those that had waited until a flow was withdrawn
+  std::uint64_t promotions = 0;   // of them, those that had waited for room
   std::uint64_t overflows = 0;    // came to wait for room
   std::uint64_t withdrawals = 0;  // lost their status, wherever they stood
 
   // A status went from one state to another, or to none. A store that the table refused is no change.
-  void count(State oldState, State curState, bool promoted) {
+  void count(State oldState, State curState) {
     if (oldState == curState) return;
     if (curState == HoFlowState::inHardware) {
       ++admissions;
-      promotions += promoted ? 1 : 0;
+      promotions += oldState == HoFlowState::overflow ? 1 : 0;
     } else if (curState == HoFlowState::overflow) {
       ++overflows;
     } else if (!curState) {

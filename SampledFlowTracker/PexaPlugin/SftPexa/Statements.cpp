@@ -10,18 +10,18 @@ void Statements<Domain>::eventToInput(const Key& key, const std::optional<Config
   if (!frame_.initialScanDone()) return;  // S3
   frame_.trace()(SmTrace::kStatement, Texts::kInputHandler, Texts::kInputStream, key, config);
   const Event event = eventOf(key, helper_->template outOf<Domain>(), config);
-  mergedStreams(event, Cause::input);
+  mergedStreams(event);
   overflowStream(event);
   replacementStream(event);
 }
 
 template <class Domain>
-void Statements<Domain>::mergedStreams(const Event& event, Cause cause) {
+void Statements<Domain>::mergedStreams(const Event& event) {
   statusStream(event);
   const State curState = stateOf(FlowTracking::lookUp(outputs_.status.table().map(), event.key));  // S1
   flowCounterStream(event, curState);
   hosStateCounterStream(event, curState);
-  changes_.count(stateOf(event.status), curState, cause == Cause::promotion);
+  changes_.count(stateOf(event.status), curState);
 }
 
 template <class Domain>

@@ -99,8 +99,7 @@ class Statements {
  private:
   Event eventOf(const Key& key, bool outOfResources, const std::optional<Config>& config) const;
   // The three that a promoted flow passes through too.
-  enum class Cause : std::uint8_t { input, promotion };
-  void mergedStreams(const Event& event, Cause cause);
+  void mergedStreams(const Event& event);
   void promote(const Key& key);
   void stateCountIs(const StateStep& step);
 

@@ -200,7 +200,7 @@ Scenario followed() {
 void expectClean(const Bounds& bounds, const Scenario& scenario, std::uint64_t limit) {
   const Explored explored = explore(bounds, scenario, limit);
   EXPECT_EQ(explored.failure, "");
-  EXPECT_TRUE(explored.all || explored.runs == limit);
+  EXPECT_GT(explored.runs, 1U);
 }
 
 constexpr Bounds kInterrupted{2, 0, 0, false};

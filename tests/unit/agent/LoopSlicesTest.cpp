@@ -47,7 +47,8 @@ TEST(LoopSlicesTest, TheLoopNotesASliceForEachRunOfWorkAndNoneForRoundsWithoutPa
   TestSupport::CountedWork work(3);
   loop.workIs(&work);
   loop.run(true);
-  EXPECT_EQ(counts(loop.slices()), (std::map<std::string, std::uint64_t>{{"other", 3}, {"packets", 0}}));
+  EXPECT_EQ(counts(loop.slices()),
+            (std::map<std::string, std::uint64_t>{{"control", 0}, {"other", 3}, {"packets", 0}}));
 }
 
 }  // namespace

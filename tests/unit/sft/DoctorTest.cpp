@@ -125,6 +125,8 @@ TEST_F(DoctorTest, TheBudget) {
   EXPECT_EQ(only().severity, Severity::note);
   facts_.system.inHardware = {9, 0};
   EXPECT_EQ(only().kind, "room-not-given");
+  EXPECT_FALSE(only().corrects);
+  EXPECT_THAT(only().command, HasSubstr("systemctl stop flow-tracker; sft flow want"));
   facts_.system.agent.budget = 0;
   EXPECT_EQ(only().kind, "budget-nothing");
   EXPECT_EQ(only().severity, Severity::error);
@@ -155,7 +157,9 @@ TEST_F(DoctorTest, SamplingAndWhereSamplesGo) {
   facts_.samples.clear();
   facts_.collectors = {row(R"({"collector":"127.0.0.1:6343","datagrams":5,"lost":1})")};
   EXPECT_EQ(only().kind, "collector-lost");
-  facts_.collectors.clear();
+  facts_.collectors.reset();  // the agent does not tell
+  EXPECT_THAT(kinds(), IsEmpty());
+  facts_.collectors.emplace();
   EXPECT_EQ(only().kind, "no-collector");
   facts_.system.agent.sampleRate = 0;
   EXPECT_EQ(only().kind, "sampling-off");
@@ -227,6 +231,14 @@ TEST_F(DoctorTest, SpaceAndFiles) {
   facts_.spaceAll = 0;  // not known
   facts_.files.push_back("tables/x/.made.tmp");
   EXPECT_EQ(only().kind, "file-left-over");
+}
+
+TEST_F(DoctorTest, CommandsAreQuotedForAShell) {
+  facts_.runDir = "/run/my pexa";
+  facts_.files.push_back("it's; reboot");
+  EXPECT_EQ(only().command, R"(rm '/run/my pexa/it'\''s; reboot')");
+  EXPECT_EQ(Sft::DoctorChecks::shellWord("/run/pexa"), "/run/pexa");
+  EXPECT_EQ(Sft::DoctorChecks::shellWord(""), "''");
 }
 
 TEST_F(DoctorTest, ATrackerIsMissedWhereFlowsAreWanted) {
