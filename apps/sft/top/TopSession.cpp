@@ -52,6 +52,7 @@ void TopSession::look() {
 }
 
 void TopSession::slice() {
+  if (!sweep_.running()) return;
   if (auto seen = sweep_.goOn(Clock::now() + kSlice)) {
     model_.tablesAre(std::move(*seen));
     ++looks_;
