@@ -3,26 +3,40 @@
 #include <fmt/format.h>
 
 #include "AgentClient.h"
+#include "json/JsonText.h"
 
 namespace Sft {
 namespace {
 
 using Kiv::Value;
 
-std::string labelsText(const Value& labels) {
+// What a row must have.
+const Value& memberOf(const Value& row, std::string_view name) {
+  const Value* value = row.member(name);
+  if (value == nullptr) throw Kiv::ValueError(fmt::format("has no \"{}\"", name));
+  return *value;
+}
+template <class T>
+const T& memberAs(const Value& row, std::string_view name, std::string_view expected) {
+  const Value& value = memberOf(row, name);
+  if (const T* held = value.as<T>()) return *held;
+  throw Kiv::ValueError(fmt::format("\"{}\": expected {}, got {}", name, expected, value.described()));
+}
+
+std::string labelsText(const Value& row) {
   std::string text;
-  for (const auto& [name, value] : *labels.as<Value::Object>())
+  for (const auto& [name, value] : memberAs<Value::Object>(row, "labels", "an object"))
     text += fmt::format("{}{}={}", text.empty() ? "" : " ", name, value.text());
   return text;
 }
 
 double numberOf(const Value& row, std::string_view name) {
-  return Kiv::ValueTraits<double>::fromValue(*row.member(name));
+  return Kiv::ValueTraits<double>::fromValue(memberOf(row, name));
 }
 
 // The first bound that so large a part of all did not exceed; "more" when it is above the last one.
 std::string boundText(const Value& row, double part) {
-  for (const Value& bucket : *row.member("buckets")->as<Value::List>()) {
+  for (const Value& bucket : memberAs<Value::List>(row, "buckets", "a list")) {
     if (numberOf(bucket, "count") >= part * numberOf(row, "count"))
       return fmt::format("{:g}", numberOf(bucket, "le"));
   }
@@ -30,13 +44,13 @@ std::string boundText(const Value& row, double part) {
 }
 
 Value::Object shownRow(const Value& row) {
-  Value::Object shown{{"metric", *row.member("name")}, {"labels", labelsText(*row.member("labels"))}};
+  Value::Object shown{{"metric", memberOf(row, "name")}, {"labels", labelsText(row)}};
   if (const Value* value = row.member("value")) {
     shown.emplace_back("value", *value);
     return shown;
   }
   const double count = numberOf(row, "count");
-  shown.emplace_back("value", *row.member("count"));
+  shown.emplace_back("value", memberOf(row, "count"));
   if (count == 0) return shown;
   shown.emplace_back("mean", fmt::format("{:.3g}", numberOf(row, "sum") / count));
   shown.emplace_back("99%", boundText(row, 0.99));
@@ -47,9 +61,14 @@ void showMetrics(const Context& context, const std::string& prefix) {
   Output output(context.json);
   bool any = false;
   AgentClient(context.runDir).ask(Value::Object{{"request", "metrics"}}, [&](const Value& row) {
-    if (!row.member("name")->as<Kiv::String>()->starts_with(prefix)) return;
-    any = true;
-    output.row(context.json ? row : Value(shownRow(row)));
+    try {
+      if (!memberAs<Kiv::String>(row, "name", "a string").starts_with(prefix)) return;
+      any = true;
+      output.row(context.json ? row : Value(shownRow(row)));
+    } catch (const Kiv::ValueError& error) {
+      throw CommandError(
+          fmt::format("the agent answers a row that is no metric: {} in {}", error.what(), Json::text(row)));
+    }
   });
   if (!any)
     throw CommandError(fmt::format("no metric begins with \"{}\", expected one of sft metrics", prefix));
