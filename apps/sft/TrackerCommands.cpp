@@ -20,18 +20,30 @@ void showStatistics(const Context& context) {
   output.finish();
 }
 
-void showRowsOf(const Context& context, const Value::Object& request) {
+void showFlows(const Context& context) {
   Output output(context.json);
-  TrackerClient(context.runDir).ask(request, [&](const Value& row) {
-    if (context.json || row.member("key") != nullptr) output.row(row);
+  TrackerClient(context.runDir).ask(Value::Object{{"request", "flows"}}, [&](const Value& row) {
+    output.row(row);
   });
   output.finish();
 }
 
 void showCandidates(const Context& context, const FlowArguments& flow) {
   const auto pattern = flowPattern(flow);
-  showRowsOf(context, {{"request", "candidates"},
-                       {"match", Kiv::ValueTraits<FlowTracking::FlowPattern>::toValue(pattern)}});
+  const Value::Object request{{"request", "candidates"},
+                              {"match", Kiv::ValueTraits<FlowTracking::FlowPattern>::toValue(pattern)}};
+  Output output(context.json);
+  std::uint64_t shown = 0;
+  std::uint64_t all = 0;
+  TrackerClient(context.runDir).ask(request, [&](const Value& row) {
+    const bool isLast = row.member("key") == nullptr;  // it tells how many there are; not all are listed
+    isLast ? all = countAt(row, {"candidates"}) : ++shown;
+    if (context.json || !isLast) output.row(row);
+  });
+  output.finish();
+  if (context.json) return;
+  print(fmt::format("{} candidates, {} shown\n", all, shown));
+  Output(false).finish();
 }
 
 }  // namespace
@@ -53,9 +65,8 @@ void addTrackerCommand(CLI::App& app, CommandLine& line) {
   tracker->callback([tracker, &line] {
     if (tracker->get_subcommands().empty()) line.run = [&line] { showStatistics(line.context); };
   });
-  onRun(command(*tracker, "flows", "the flows that it has learned"), line, [&line] {
-    showRowsOf(line.context, {{"request", "flows"}});
-  });
+  onRun(command(*tracker, "flows", "the flows that it has learned"), line,
+        [&line] { showFlows(line.context); });
   CLI::App* candidates = command(*tracker, "candidates", "flows that were not sampled often enough yet");
   addPatternArguments(*candidates, line.flow);
   onRun(candidates, line, [&line] { showCandidates(line.context, line.flow); });
