@@ -49,7 +49,7 @@ class RunningAudit {
     try {
       client_.ask(Value::Object{{"request", "attr get"}, {"entity", kEntity}, {"name", "running"}},
                   [](const Value&) {});
-    } catch (const CommandError&) {
+    } catch (const Refused&) {
       throw CommandError("the agent has no audit, expected libPexaSftAudit.so among its plugins");
     }
   }

@@ -15,8 +15,9 @@
 
 namespace Sft {
 
-ControlClient::ControlClient(const std::filesystem::path& socket, std::string who, std::string_view expected)
-    : name_(socket), who_(std::move(who)) {
+ControlClient::ControlClient(const std::filesystem::path& socket, std::string who, std::string_view expected,
+                             std::chrono::milliseconds patience)
+    : name_(socket), who_(std::move(who)), patience_(patience) {
   const auto fail = [&](std::string_view why, bool absent) {
     if (socket_ >= 0) ::close(socket_);
     const std::string text = fmt::format("no {} answers at {}: {}, expected {}", who_, name_, why, expected);
@@ -29,9 +30,10 @@ ControlClient::ControlClient(const std::filesystem::path& socket, std::string wh
   std::memcpy(address.sun_path, name_.data(), name_.size());
   socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket_ < 0) fail(std::strerror(errno), false);
-  const timeval patience{kMostSeconds, 0};
-  ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience_);
+  const timeval most{seconds.count(), std::chrono::microseconds(patience_ - seconds).count()};
+  ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &most, sizeof most);
+  ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &most, sizeof most);
   if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     const int reason = errno;
     fail(std::strerror(reason), reason == ENOENT || reason == ECONNREFUSED);
@@ -43,12 +45,24 @@ ControlClient::~ControlClient() {
 }
 
 void ControlClient::ask(const Kiv::Value& request, const std::function<void(const Kiv::Value&)>& row) {
+  if (amidst_) {
+    throw CommandError(
+        fmt::format("the {} at {} has not ended its answer to an earlier request, expected an answer to each",
+                    who_, name_));
+  }
+  amidst_ = true;
   send(Json::text(request) + '\n');
   for (;;) {
     const Kiv::Value answer = Json::parse(receiveLine());
-    if (const auto* error = answer.member("error")) throw CommandError(error->text());
-    if (answer.member("end") != nullptr) return;
-    if (const auto* found = answer.member("row")) row(*found);
+    if (const auto* found = answer.member("row")) {
+      row(*found);
+      continue;
+    }
+    const auto* error = answer.member("error");
+    if (error == nullptr && answer.member("end") == nullptr) continue;
+    amidst_ = false;
+    if (error != nullptr) throw Refused(error->text());
+    return;
   }
 }
 
@@ -77,8 +91,11 @@ std::string ControlClient::receiveLine() {
     if (got == 0)
       throw CommandError(fmt::format("the {} at {} left before its answer was complete", who_, name_));
     if (got < 0) {
-      throw CommandError(fmt::format("the {} at {} does not answer: {}", who_, name_,
-                                     errno == EAGAIN ? "nothing came for 10 seconds" : std::strerror(errno)));
+      throw CommandError(fmt::format(
+          "the {} at {} does not answer: {}", who_, name_,
+          errno == EAGAIN
+              ? fmt::format("nothing came for {:g} seconds", std::chrono::duration<double>(patience_).count())
+              : std::strerror(errno)));
     }
     received_.append(bytes.data(), static_cast<std::size_t>(got));
   }

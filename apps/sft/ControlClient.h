@@ -3,6 +3,7 @@
 // Neighbours: AgentClient.h and TrackerClient.h say whose socket.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -18,19 +19,27 @@ class NobodyAnswers : public CommandError {
   using CommandError::CommandError;
 };
 
+// The other side has heard the request and does not take it; the text is its own.
+class Refused : public CommandError {
+ public:
+  using CommandError::CommandError;
+};
+
 class ControlClient {
  public:
-  static constexpr int kMostSeconds = 10;  // that the other side may be silent
+  static constexpr std::chrono::seconds kPatience{10};  // with a silent other side
 
   // `who` as messages name the other side, `expected` as they say what to look for. Throws NobodyAnswers when
   // it does not run, CommandError when the socket cannot be used for another reason.
-  ControlClient(const std::filesystem::path& socket, std::string who, std::string_view expected);
+  ControlClient(const std::filesystem::path& socket, std::string who, std::string_view expected,
+                std::chrono::milliseconds patience = kPatience);
   ~ControlClient();
   ControlClient(const ControlClient&) = delete;
   ControlClient& operator=(const ControlClient&) = delete;
 
-  // Calls `row` for each row of the answer. Throws CommandError with the other side's own words when it
-  // refuses, or when it goes or falls silent.
+  // Calls `row` for each row of the answer. Throws Refused, or CommandError when the other side goes, falls
+  // silent or answers something else. Behind an answer that was not taken to its end, by an exception of
+  // `row` too, each further request throws CommandError: what is left of it would be read as the next one's.
   void ask(const Kiv::Value& request, const std::function<void(const Kiv::Value&)>& row);
 
  private:
@@ -39,9 +48,11 @@ class ControlClient {
 
   std::string name_;  // of the socket
   std::string who_;
+  std::chrono::milliseconds patience_;
   int socket_ = -1;
   std::string received_;
   std::size_t read_ = 0;  // bytes of it that were taken
+  bool amidst_ = false;   // an answer was begun and not ended
 };
 
 }  // namespace Sft

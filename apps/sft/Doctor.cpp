@@ -37,6 +37,15 @@ constexpr Check kChecks[] = {
 
 }  // namespace
 
+std::string DoctorChecks::shellWord(std::string_view word) {
+  constexpr std::string_view kPlain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-+=:,./@%";
+  if (!word.empty() && word.find_first_not_of(kPlain) == std::string_view::npos) return std::string(word);
+  std::string text = "'";
+  for (const char each : word) each == '\'' ? text += "'\\''" : text += each;
+  return text + '\'';
+}
+
 std::string_view severityText(Severity severity) {
   switch (severity) {
     case Severity::note:

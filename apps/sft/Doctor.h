@@ -41,6 +41,11 @@ std::span<const Check> doctorChecks();
 Findings doctor(const DoctorFacts& facts);
 
 namespace DoctorChecks {
+inline constexpr std::string_view kRestartAgent = "systemctl restart pexa-agent";
+inline constexpr std::string_view kRestartTracker = "systemctl restart flow-tracker";
+// A word of a command, as a shell takes it.
+std::string shellWord(std::string_view word);
+
 // The agent and its configuration
 void agent(const DoctorFacts& facts, Findings& findings);
 void plugin(const DoctorFacts& facts, Findings& findings);

@@ -13,13 +13,9 @@ using Object = Value::Object;
 constexpr std::string_view kFamilyNames[] = {"IPv4", "IPv6"};
 constexpr std::string_view kTrackingPath = "hardware/flowtracking/config/sampled";
 constexpr std::string_view kSampledPath = "sflow/hwconfigdir/sampledflowtracker";
-constexpr std::string_view kRestart = "systemctl restart pexa-agent";
 
 bool answers(const DoctorFacts& facts) {
   return facts.system.agent.standing == Standing::answers;
-}
-bool isActive(const DoctorFacts& facts) {
-  return answers(facts) && facts.system.agent.plugin == AgentFacts::Plugin::active;
 }
 std::uint64_t wantedOf(const DoctorFacts& facts) {
   return facts.wanted[0] + facts.wanted[1];
@@ -32,6 +28,13 @@ std::string listText(const std::set<std::string>& names) {
   return '[' + text + ']';
 }
 
+// The flow tracker is the only writer of what is wanted as long as it runs.
+std::string wantAnew(const DoctorFacts& facts) {
+  const std::string want = "sft flow want one of sft flows --state overflow anew";
+  if (facts.system.tracker.standing == Standing::absent) return want;
+  return fmt::format("systemctl stop flow-tracker; {}; systemctl start flow-tracker", want);
+}
+
 void noPorts(const DoctorFacts& facts, const std::set<std::string>& enabled, std::string_view direction,
              Findings& findings) {
   std::set<std::string> kept = enabled;
@@ -42,7 +45,8 @@ void noPorts(const DoctorFacts& facts, const std::set<std::string>& enabled, std
         {Severity::warning, "interface-is-no-port",
          fmt::format("{} is enabled in {}, and the agent has no port of that name.", each, direction),
          Object{{"interface", each}, {"direction", direction}}, false,
-         fmt::format("sft state set {} {}Interfaces '{}'", kSampledPath, direction, listText(kept))});
+         fmt::format("sft state set {} {}Interfaces {}", kSampledPath, direction,
+                     shellWord(listText(kept)))});
   }
 }
 
@@ -67,7 +71,7 @@ void agent(const DoctorFacts& facts, Findings& findings) {
   } else if (agent.standing == Standing::silent) {
     findings.push_back({Severity::error, "agent-not-asked",
                         fmt::format("The agent could not be asked: {}.", agent.problem), record, false,
-                        std::string(kRestart)});
+                        std::string(kRestartAgent)});
   }
 }
 
@@ -79,12 +83,12 @@ void plugin(const DoctorFacts& facts, Findings& findings) {
       findings.push_back(
           {Severity::error, "no-plugin", "The agent runs without the flow tracking plugin.",
            Object{{"plugin", "libPexaSampledFlowTracker.so"}}, false,
-           "add libPexaSampledFlowTracker.so to plugins in agent.toml; " + std::string(kRestart)});
+           "add libPexaSampledFlowTracker.so to plugins in agent.toml; " + std::string(kRestartAgent)});
       return;
     case AgentFacts::Plugin::standby:
       findings.push_back({Severity::note, "agent-in-standby",
                           "The agent is in standby, and offloads nothing.", Object{{"mode", "standby"}},
-                          false, "set mode = \"active\" in agent.toml; " + std::string(kRestart)});
+                          false, "set mode = \"active\" in agent.toml; " + std::string(kRestartAgent)});
       return;
     case AgentFacts::Plugin::active:
       break;
@@ -95,7 +99,7 @@ void plugin(const DoctorFacts& facts, Findings& findings) {
 }
 
 void families(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
+  if (!facts.system.agent.offloads()) return;
   const AgentFacts& agent = facts.system.agent;
   const bool allOff = !agent.offloaded[0] && !agent.offloaded[1];
   for (std::size_t i = 0; i < agent.offloaded.size(); ++i) {
@@ -111,7 +115,7 @@ void families(const DoctorFacts& facts, Findings& findings) {
 }
 
 void budget(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
+  if (!facts.system.agent.offloads()) return;
   constexpr std::string_view kSet = "sft attr set SampledFlowTracker.drovaHelper maxInHardwareFlows 2048";
   const std::uint64_t budget = facts.system.agent.budget;
   if (budget == 0) {
@@ -132,7 +136,7 @@ void budget(const DoctorFacts& facts, Findings& findings) {
            fmt::format("{} {} flows wait although there is room for {}: it is given away with the next "
                        "withdrawal only.",
                        waiting, kFamilyNames[i], budget - in),
-           record, true, "sft flow want ... (one that waits, anew)"});
+           record, false, wantAnew(facts)});
     } else {
       findings.push_back({Severity::note, "budget-used-up",
                           fmt::format("All room for {} flows is used, {} of {} wait.", kFamilyNames[i],
@@ -143,7 +147,7 @@ void budget(const DoctorFacts& facts, Findings& findings) {
 }
 
 void interfaces(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
+  if (!facts.system.agent.offloads()) return;
   const AgentFacts& agent = facts.system.agent;
   noPorts(facts, agent.ingress, "ingress", findings);
   noPorts(facts, agent.egress, "egress", findings);
@@ -152,7 +156,7 @@ void interfaces(const DoctorFacts& facts, Findings& findings) {
   findings.push_back(
       {Severity::warning, "no-interface-enabled", "No interface takes part in flow tracking.",
        Object{{"path", kSampledPath}}, false,
-       fmt::format("sft state set {} ingressInterfaces '{}'", kSampledPath, listText(agent.ports))});
+       fmt::format("sft state set {} ingressInterfaces {}", kSampledPath, shellWord(listText(agent.ports)))});
 }
 
 void ports(const DoctorFacts& facts, Findings& findings) {
@@ -178,7 +182,7 @@ void ports(const DoctorFacts& facts, Findings& findings) {
 }
 
 void sampling(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
+  if (!facts.system.agent.offloads()) return;
   if (facts.system.agent.sampleRate == 0) {
     findings.push_back({Severity::warning, "sampling-off", "The sampling rate is 0: nothing is sampled.",
                         Object{{"path", kTrackingPath}, {"sampleRate", 0}}, false,
@@ -196,14 +200,15 @@ void sampling(const DoctorFacts& facts, Findings& findings) {
 }
 
 void collectors(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
-  if (facts.collectors.empty() && facts.system.agent.sampleRate != 0) {
+  if (!facts.system.agent.offloads()) return;
+  if (!facts.collectors) return;
+  if (facts.collectors->empty() && facts.system.agent.sampleRate != 0) {
     findings.push_back({Severity::warning, "no-collector",
                         "sFlow has no collector: samples go nowhere, and no flow tracker learns of them.",
                         Object{{"samples", facts.samples.size()}}, false,
-                        "set collectors in [sflow] of agent.toml; " + std::string(kRestart)});
+                        "set collectors in [sflow] of agent.toml; " + std::string(kRestartAgent)});
   }
-  for (const Value& each : facts.collectors) {
+  for (const Value& each : *facts.collectors) {
     const std::uint64_t lost = countAt(each, {"lost"});
     if (lost == 0) continue;
     findings.push_back({Severity::warning, "collector-lost",
@@ -221,7 +226,7 @@ void stores(const DoctorFacts& facts, Findings& findings) {
                    "writes it; the agent's log has the reasons.",
                    facts.system.agent.storesFailed),
        Object{{"entity", "SampledFlowTracker.hocSm"}, {"storesFailed", facts.system.agent.storesFailed}},
-       false, std::string(kRestart)});
+       false, std::string(kRestartAgent)});
 }
 
 void watchers(const DoctorFacts& facts, Findings& findings) {

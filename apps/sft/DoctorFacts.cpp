@@ -3,6 +3,7 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 
 #include "AgentClient.h"
@@ -18,15 +19,15 @@ using Kiv::Value;
 
 constexpr double kPatience = 10;  // seconds that a wanted offload may be without a status
 constexpr double kAhead = 5;      // seconds that clocks may differ
+constexpr std::chrono::minutes kInTheMaking{1};
 
-Records rowsOf(const Context& context, std::string_view request) {
+// Nothing when the agent knows no such request.
+std::optional<Records> rowsOf(AgentClient& client, std::string_view request) {
   Records rows;
   try {
-    AgentClient(context.runDir).ask(Value::Object{{"request", request}}, [&](const Value& row) {
-      rows.push_back(row);
-    });
-  } catch (const CommandError&) {
-    rows.clear();  // an agent that knows no such request
+    client.ask(Value::Object{{"request", request}}, [&](const Value& row) { rows.push_back(row); });
+  } catch (const Refused&) {
+    return std::nullopt;
   }
   return rows;
 }
@@ -47,12 +48,13 @@ template <class Domain>
 void lookAtFlows(const Context& context, DoctorFacts& facts) {
   Damages told([](const std::string&) {});  // the walk over each table tells of damage
   const auto ahead = [&](double time) { return time > facts.now + kAhead; };
+  // A time that was not told, 0, may be this moment.
+  const auto isOld = [&](double time) { return time != 0 && time + kPatience < facts.now; };
   try {
     joinFlows<Domain>(context, told, [&](const JoinedFlow<Domain>& flow) {
       const auto key = [&] { return Kiv::ValueTraits<FlowTracking::HoFlowKey<Domain>>::toValue(flow.key); };
       if (flow.wanted) ++facts.wanted[FlowTracking::IpFamily<Domain>::kIndex];
-      if (flow.wanted && !flow.status && flow.wanted->requestTime + kPatience < facts.now)
-        facts.flows.unseen.add(key());
+      if (flow.wanted && !flow.status && isOld(flow.wanted->requestTime)) facts.flows.unseen.add(key());
       if (!flow.wanted) facts.flows.notWanted.add(key());
       const bool isAhead = (flow.wanted && ahead(flow.wanted->requestTime)) ||
                            (flow.status && ahead(flow.status->lastUpdateTime)) ||
@@ -64,6 +66,20 @@ void lookAtFlows(const Context& context, DoctorFacts& facts) {
   }
 }
 
+// An agent that answered before and does not now is one that cannot be asked.
+void askAgent(const Context& context, DoctorFacts& facts) {
+  try {
+    AgentClient client(context.runDir);
+    facts.ports = rowsOf(client, "ports").value_or(Records{});
+    facts.samples = rowsOf(client, "samples").value_or(Records{});
+    facts.collectors = rowsOf(client, "collectors");
+    facts.metrics = rowsOf(client, "metrics").value_or(Records{});
+  } catch (const std::runtime_error& error) {
+    facts.system.agent.standing = Standing::silent;
+    facts.system.agent.problem = error.what();
+  }
+}
+
 void askAudit(const Context& context, DoctorFacts& facts) {
   try {
     auditFindings(context, [&](const Value& finding) { facts.audit.push_back(finding); });
@@ -72,14 +88,25 @@ void askAudit(const Context& context, DoctorFacts& facts) {
   }
 }
 
+// Whether a file below tables/ is a table, or one that is just being made: a table is filled under a name
+// that begins with a dot, in far less than a minute.
+bool isOfTables(const fs::path& file) {
+  if (!file.filename().native().starts_with('.')) return true;
+  std::error_code error;
+  const auto written = fs::last_write_time(file, error);
+  return !error && fs::file_time_type::clock::now() - written < kInTheMaking;
+}
+
 std::vector<std::string> filesOf(const fs::path& runDir) {
   std::vector<std::string> files;
   std::error_code error;
   for (fs::recursive_directory_iterator each(runDir, error), end; !error && each != end;
        each.increment(error)) {
     const std::string name = each->path().lexically_relative(runDir).generic_string();
-    const bool isTable = name.starts_with("tables/") && !each->path().filename().string().starts_with('.');
-    if (!isTable && each->symlink_status().type() != fs::file_type::directory) files.push_back(name);
+    if (name.starts_with("tables/") && isOfTables(each->path())) continue;
+    std::error_code gone;
+    const auto type = each->symlink_status(gone).type();
+    if (type != fs::file_type::directory && type != fs::file_type::not_found) files.push_back(name);
   }
   std::sort(files.begin(), files.end());
   return files;
@@ -93,11 +120,8 @@ DoctorFacts doctorFacts(const Context& context) {
   facts.runDir = context.runDir;
   facts.system = systemFacts(context);
   if (facts.system.agent.standing == Standing::answers) {
-    facts.ports = rowsOf(context, "ports");
-    facts.samples = rowsOf(context, "samples");
-    facts.collectors = rowsOf(context, "collectors");
-    facts.metrics = rowsOf(context, "metrics");
-    askAudit(context, facts);
+    askAgent(context, facts);
+    if (facts.system.agent.standing == Standing::answers) askAudit(context, facts);
     std::ifstream(context.runDir / "agent.lock") >> facts.agentProcess;
   }
   for (const auto& each : Quell::listTables(context.runDir)) facts.tables.push_back(walked(context, each));

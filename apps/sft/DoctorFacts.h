@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,8 +41,11 @@ struct DoctorFacts {
   std::filesystem::path runDir;
   SystemFacts system;
   std::uint64_t agentProcess = 0;  // as the run directory's lock file says, 0 when it does not
-  Records ports, samples, collectors,
-      metrics;  // rows of the agent's answers; empty when it has no such request
+  // Rows of the agent's answers, empty when it has no such request
+  Records ports;
+  Records samples;
+  std::optional<Records> collectors;  // nothing when it has no such request: none is a finding
+  Records metrics;
   std::vector<WalkedTable> tables;
   Families<std::uint64_t> wanted{};  // wanted offloads
   FlowDoubts flows;

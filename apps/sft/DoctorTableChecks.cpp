@@ -18,7 +18,6 @@ using namespace FlowTracking;
 using Pavo::Traits::IPv4;
 using Pavo::Traits::IPv6;
 
-constexpr std::string_view kRestart = "systemctl restart pexa-agent";
 constexpr double kLittle = 0.1;  // of a file system
 constexpr double kNearlyNothing = 0.02;
 
@@ -48,16 +47,11 @@ Object placeOf(const WalkedTable& table) {
   return {{"path", table.status.path}, {"collection", table.status.collection}};
 }
 
-bool isActive(const DoctorFacts& facts) {
-  return facts.system.agent.standing == Standing::answers &&
-         facts.system.agent.plugin == AgentFacts::Plugin::active;
-}
-
 // Who repairs a table: its next writer reads it whole before it writes.
 std::string repairOf(const WalkedTable& table) {
   return table.status.path == tablePath<HoFlowConfig>()
-             ? "systemctl restart flow-tracker (its start repairs the table), or sft flow want the flow anew"
-             : std::string(kRestart) + " (its start repairs the table)";
+             ? std::string(kRestartTracker) + " (its start repairs the table), or sft flow want the flow anew"
+             : std::string(kRestartAgent) + " (its start repairs the table)";
 }
 
 Value examples(const FlowDoubts::Kind& kind) {
@@ -67,7 +61,7 @@ Value examples(const FlowDoubts::Kind& kind) {
 }  // namespace
 
 void mounts(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
+  if (!facts.system.agent.offloads()) return;
   std::vector<Place> expected = written();
   expected.push_back({tablePath<HoFlowConfig>(), IpFamily<IPv4>::kConfigCollection});
   expected.push_back({tablePath<HoFlowConfig>(), IpFamily<IPv6>::kConfigCollection});
@@ -78,7 +72,7 @@ void mounts(const DoctorFacts& facts, Findings& findings) {
          fmt::format("{} {} is missing, although an agent runs that mounted it: somebody has taken "
                      "its file away.",
                      place.path, place.collection),
-         Object{{"path", place.path}, {"collection", place.collection}}, false, std::string(kRestart)});
+         Object{{"path", place.path}, {"collection", place.collection}}, false, std::string(kRestartAgent)});
   }
 }
 
@@ -88,8 +82,11 @@ void damage(const DoctorFacts& facts, Findings& findings) {
       Object record = placeOf(table);
       record.emplace_back("problem", table.status.problem);
       findings.push_back({Severity::error, "table-unusable", table.status.problem + '.', record, false,
-                          fmt::format("rm {}/tables/{}/{}; {}", facts.runDir.native(), table.status.path,
-                                      table.status.collection, kRestart)});
+                          fmt::format("rm {}; {}",
+                                      shellWord((facts.runDir / "tables" / table.status.path.c_str() /
+                                                 table.status.collection.c_str())
+                                                    .native()),
+                                      kRestartAgent)});
     }
     for (const std::string& each : table.damages) {
       Object record = placeOf(table);
@@ -100,7 +97,7 @@ void damage(const DoctorFacts& facts, Findings& findings) {
 }
 
 void writers(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts) || !facts.system.agent.ready || facts.agentProcess == 0) return;
+  if (!facts.system.agent.offloads() || !facts.system.agent.ready || facts.agentProcess == 0) return;
   for (const Place& place : written()) {
     const WalkedTable* table = find(facts, place);
     if (table == nullptr || !table->status.problem.empty()) continue;
@@ -112,18 +109,18 @@ void writers(const DoctorFacts& facts, Findings& findings) {
       findings.push_back({Severity::error, "writer-other",
                           fmt::format("{} {} is written by process {}, not by the agent, process {}.",
                                       place.path, place.collection, writer, facts.agentProcess),
-                          record, false, fmt::format("kill {}; {}", writer, kRestart)});
+                          record, false, fmt::format("kill {}; {}", writer, kRestartAgent)});
     } else if (writer == 0 && table->status.entries != 0 && place.path == tablePath<HoFlowStatus>()) {
       findings.push_back({Severity::warning, "writer-gone",
                           fmt::format("{} {} has records and no writer, although the agent is ready.",
                                       place.path, place.collection),
-                          record, false, std::string(kRestart)});
+                          record, false, std::string(kRestartAgent)});
     }
   }
 }
 
 void audit(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts)) return;
+  if (!facts.system.agent.offloads()) return;
   if (!facts.auditProblem.empty()) {
     findings.push_back({Severity::note, "audit-not-done",
                         fmt::format("The agent was not audited: {}.", facts.auditProblem),
@@ -149,14 +146,14 @@ void audit(const DoctorFacts& facts, Findings& findings) {
 }
 
 void flows(const DoctorFacts& facts, Findings& findings) {
-  if (!isActive(facts) || !facts.system.agent.ready) return;
+  if (!facts.system.agent.offloads() || !facts.system.agent.ready) return;
   if (facts.flows.unseen.count != 0) {
     findings.push_back(
         {Severity::error, "wanted-not-seen",
          fmt::format("{} offloads are wanted for more than 10 seconds, and the agent has given them no "
                      "status: it is busy, or a damaged record keeps it from them.",
                      facts.flows.unseen.count),
-         examples(facts.flows.unseen), false, std::string(kRestart)});
+         examples(facts.flows.unseen), false, std::string(kRestartAgent)});
   }
   if (facts.flows.notWanted.count != 0) {
     findings.push_back(
@@ -164,7 +161,7 @@ void flows(const DoctorFacts& facts, Findings& findings) {
          fmt::format("{} flows have a status and are not wanted; the agent is about to take them away, "
                      "or has missed that.",
                      facts.flows.notWanted.count),
-         examples(facts.flows.notWanted), true, std::string(kRestart) + ", when it stays"});
+         examples(facts.flows.notWanted), true, std::string(kRestartAgent) + ", when it stays"});
   }
 }
 
@@ -189,7 +186,7 @@ void space(const DoctorFacts& facts, Findings& findings) {
                    static_cast<double>(facts.spaceFree) / (1 << 20),
                    static_cast<double>(facts.spaceAll) / (1 << 20)),
        Object{{"runDir", facts.runDir.native()}, {"free", facts.spaceFree}, {"all", facts.spaceAll}}, false,
-       fmt::format("mount -o remount,size=... {}", facts.runDir.native())});
+       fmt::format("mount -o remount,size=... {}", shellWord(facts.runDir.native()))});
 }
 
 void files(const DoctorFacts& facts, Findings& findings) {
@@ -197,7 +194,7 @@ void files(const DoctorFacts& facts, Findings& findings) {
                                                    "flow-tracker.sock"};
   for (const std::string& file : facts.files) {
     const Object record{{"file", file}};
-    const std::string remove = fmt::format("rm {}", (facts.runDir / file).native());
+    const std::string remove = fmt::format("rm {}", shellWord((facts.runDir / file).native()));
     const bool deserted = (file == "control.sock" && facts.system.agent.standing == Standing::absent) ||
                           (file == "flow-tracker.sock" && facts.system.tracker.standing == Standing::absent);
     if (deserted) {

@@ -13,7 +13,6 @@ namespace {
 using Kiv::Value;
 using Object = Value::Object;
 
-constexpr std::string_view kRestart = "systemctl restart flow-tracker";
 constexpr double kSilence = 60;  // seconds; counter samples come three times as often
 
 bool answers(const DoctorFacts& facts) {
@@ -62,7 +61,7 @@ void tracker(const DoctorFacts& facts, Findings& findings) {
   if (tracker.standing == Standing::silent) {
     findings.push_back({Severity::error, "tracker-not-asked",
                         fmt::format("The flow tracker could not be asked: {}.", tracker.problem), record,
-                        false, std::string(kRestart)});
+                        false, std::string(kRestartTracker)});
   } else if (tracker.standing == Standing::absent && wanted != 0) {
     findings.push_back(
         {Severity::warning, "tracker-not-running",
@@ -117,7 +116,7 @@ void trackerInterfaces(const DoctorFacts& facts, Findings& findings) {
         {Severity::warning, "interface-unmapped",
          fmt::format("Interface index {} of the agent {} has no [[interface]]: {} samples were left out.",
                      countAt(each, {"index"}), memberAt(each, {"agent"}).text(), countAt(each, {"samples"})),
-         each, false, fmt::format("add an [[interface]] to flow-tracker.toml; {}", kRestart)});
+         each, false, fmt::format("add an [[interface]] to flow-tracker.toml; {}", kRestartTracker)});
   }
   if (facts.system.agent.standing != Standing::answers) return;
   for (const std::string& name : facts.system.tracker.interfaces) {
@@ -128,7 +127,7 @@ void trackerInterfaces(const DoctorFacts& facts, Findings& findings) {
                      "what is learned there never comes into hardware.",
                      name),
          Object{{"interface", name}}, false,
-         fmt::format("correct [[interface]] in flow-tracker.toml; {}", kRestart)});
+         fmt::format("correct [[interface]] in flow-tracker.toml; {}", kRestartTracker)});
   }
 }
 

@@ -22,7 +22,7 @@ class Attributes {
     if (!name.empty()) asked.emplace_back("name", name);
     try {
       client.ask(asked, [&](const Value& row) { row_ = row; });
-    } catch (const CommandError&) {
+    } catch (const Refused&) {
       row_ = {};  // the agent knows no such entity
     }
   }

@@ -30,6 +30,7 @@ struct AgentFacts {
   std::string problem;  // why it could not be asked
 
   enum class Plugin { active, standby, absent } plugin = Plugin::absent;
+  bool offloads() const { return standing == Standing::answers && plugin == Plugin::active; }
   // All that follows is known of an active plugin only.
   Families<bool> offloaded{};
   Families<bool> announced{};  // in the agent's capabilities

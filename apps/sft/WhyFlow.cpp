@@ -55,12 +55,8 @@ Maybe noAgent(const WhyFlow&, const SystemFacts& system) {
   return Reason{"agent-not-asked", fmt::format("The agent could not be asked: {}.", system.agent.problem)};
 }
 
-bool isActive(const SystemFacts& system) {
-  return system.agent.standing == Standing::answers && system.agent.plugin == AgentFacts::Plugin::active;
-}
-
 Maybe noPlugin(const WhyFlow&, const SystemFacts& system) {
-  if (system.agent.standing != Standing::answers || isActive(system)) return std::nullopt;
+  if (system.agent.standing != Standing::answers || system.agent.offloads()) return std::nullopt;
   if (system.agent.plugin == AgentFacts::Plugin::standby) {
     return Reason{"agent-in-standby", "The agent is in standby, and offloads nothing."};
   }
@@ -69,7 +65,7 @@ Maybe noPlugin(const WhyFlow&, const SystemFacts& system) {
 }
 
 Maybe familyOff(const WhyFlow& flow, const SystemFacts& system) {
-  if (!isActive(system)) return std::nullopt;
+  if (!system.agent.offloads()) return std::nullopt;
   bool any = false;
   bool announced = false;
   for (std::size_t i = 0; i < flow.family.size(); ++i) {
@@ -86,14 +82,14 @@ Maybe familyOff(const WhyFlow& flow, const SystemFacts& system) {
 }
 
 Maybe regularSflow(const WhyFlow&, const SystemFacts& system) {
-  if (!isActive(system) || !system.agent.regularSflow) return std::nullopt;
+  if (!system.agent.offloads() || !system.agent.regularSflow) return std::nullopt;
   return Reason{"interface-not-enabled",
                 "Regular sFlow is on (enabled of sflow/hwconfigdir/sflow), and flow tracking leaves every "
                 "interface to it."};
 }
 
 Maybe otherInterface(const WhyFlow& flow, const SystemFacts& system) {
-  if (!isActive(system) || system.agent.regularSflow || !flow.interface) return std::nullopt;
+  if (!system.agent.offloads() || system.agent.regularSflow || !flow.interface) return std::nullopt;
   if (!system.agent.ports.contains(*flow.interface)) {
     return Reason{"interface-unknown", fmt::format("The agent has no port {}.", *flow.interface)};
   }
@@ -122,7 +118,7 @@ std::string roomText(const WhyFlow& flow, const SystemFacts& system) {
   const std::size_t family = flow.family[0] ? 0 : 1;
   const std::uint64_t in = system.inHardware[family];
   std::string text;
-  if (isActive(system)) {
+  if (system.agent.offloads()) {
     text = fmt::format("{} of at most {} {} flows are in hardware, {} wait.", in, system.agent.budget,
                        kFamilyNames[family], system.waiting[family]);
     if (in < system.agent.budget) {
@@ -179,7 +175,7 @@ Reason withStatus(const WhyFlow& flow, const SystemFacts& system, double now) {
 Reason waitingForAgent(const WhyFlow& flow, const SystemFacts& system, double now) {
   std::string why =
       fmt::format("It is wanted since {}, and has no status yet.", sinceText(*flow.wantedSince, now));
-  if (isActive(system)) {
+  if (system.agent.offloads()) {
     why += system.agent.ready
                ? " The agent answers within milliseconds unless it is busy (sft tasks); when this "
                  "stays, a damaged record may keep it from being seen (sft doctor)."
@@ -202,7 +198,7 @@ Reason candidate(const WhyFlow& flow, const TrackerFacts& tracker, double now) {
 }
 
 Reason unseen(const WhyFlow& flow, const SystemFacts& system) {
-  if (isActive(system) && system.agent.sampleRate == 0) {
+  if (system.agent.offloads() && system.agent.sampleRate == 0) {
     return {"sampling-off",
             "Nobody wants it in hardware, and nobody learns of it: the sampling rate is 0 "
             "(sampleRate of hardware/flowtracking/config/sampled)."};
