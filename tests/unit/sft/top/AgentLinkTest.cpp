@@ -27,35 +27,49 @@ constexpr auto kAnswers =
 {"end":true}
 )";
 
-// An agent of the test's: answers each four requests with the same text.
+// An agent of the test's: answers each four requests with the same text. What was begun on its sockets
+// outlives it, for the moment that it takes to end.
 class FakeAgent {
  public:
   FakeAgent(asio::io_context& io, const std::string& path, std::string answer)
-      : acceptor_(io, stream_protocol::endpoint(path)), socket_(io), answer_(std::move(answer)) {
-    acceptor_.async_accept(socket_, [this](const auto& error) {
-      if (!error) serve();
+      : peer_(std::make_shared<Peer>(io, path, std::move(answer))) {
+    peer_->acceptor.async_accept(peer_->socket, [peer = peer_](const auto& error) {
+      if (!error) serve(peer);
     });
   }
-  const std::string& heard() const { return heard_; }
-  unsigned requests() const { return requests_; }
+  ~FakeAgent() {
+    peer_->acceptor.close();
+    peer_->socket.close();
+  }
+  FakeAgent(const FakeAgent&) = delete;
+  FakeAgent& operator=(const FakeAgent&) = delete;
+
+  const std::string& heard() const { return peer_->heard; }
+  unsigned requests() const { return peer_->requests; }
 
  private:
-  void serve() {
-    asio::async_read_until(socket_, asio::dynamic_buffer(in_), '\n',
-                           [this](const auto& error, std::size_t bytes) {
+  struct Peer {
+    Peer(asio::io_context& io, const std::string& path, std::string text)
+        : acceptor(io, stream_protocol::endpoint(path)), socket(io), answer(std::move(text)) {}
+    stream_protocol::acceptor acceptor;
+    stream_protocol::socket socket;
+    std::string answer, in, heard;
+    unsigned requests = 0;
+  };
+
+  static void serve(const std::shared_ptr<Peer>& peer) {
+    asio::async_read_until(peer->socket, asio::dynamic_buffer(peer->in), '\n',
+                           [peer](const auto& error, std::size_t bytes) {
                              if (error) return;
-                             heard_ += in_.substr(0, bytes);
-                             in_.erase(0, bytes);
-                             if (++requests_ % 4 == 0 && !answer_.empty())
-                               asio::write(socket_, asio::buffer(answer_));
-                             serve();
+                             peer->heard += peer->in.substr(0, bytes);
+                             peer->in.erase(0, bytes);
+                             if (++peer->requests % 4 == 0 && !peer->answer.empty())
+                               asio::write(peer->socket, asio::buffer(peer->answer));
+                             serve(peer);
                            });
   }
 
-  stream_protocol::acceptor acceptor_;
-  stream_protocol::socket socket_;
-  std::string answer_, in_, heard_;
-  unsigned requests_ = 0;
+  std::shared_ptr<Peer> peer_;
 };
 
 class AgentLinkTest : public testing::Test {
