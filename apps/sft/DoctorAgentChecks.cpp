@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include "Doctor.h"
+#include "Families.h"
 #include "TrackerWords.h"
 
 namespace Sft::DoctorChecks {
@@ -10,7 +11,6 @@ namespace {
 using Kiv::Value;
 using Object = Value::Object;
 
-constexpr std::string_view kFamilyNames[] = {"IPv4", "IPv6"};
 constexpr std::string_view kTrackingPath = "hardware/flowtracking/config/sampled";
 constexpr std::string_view kSampledPath = "sflow/hwconfigdir/sampledflowtracker";
 
@@ -104,10 +104,10 @@ void families(const DoctorFacts& facts, Findings& findings) {
   const bool allOff = !agent.offloaded[0] && !agent.offloaded[1];
   for (std::size_t i = 0; i < agent.offloaded.size(); ++i) {
     if (agent.offloaded[i] || (facts.wanted[i] == 0 && !allOff)) continue;
-    const std::string attribute = fmt::format("hwOffload{}", i == 0 ? "Ipv4" : "Ipv6");
+    const std::string attribute(kFamilies[i].offloaded);
     findings.push_back({Severity::warning, "family-disabled",
                         fmt::format("The offload of {} is off, and {} offloads of it are wanted.{}",
-                                    kFamilyNames[i], facts.wanted[i],
+                                    kFamilies[i].name, facts.wanted[i],
                                     agent.announced[i] ? "" : " The agent does not announce that it could."),
                         Object{{"path", kTrackingPath}, {attribute, false}}, false,
                         fmt::format("sft state set {} {} true", kTrackingPath, attribute)});
@@ -129,17 +129,17 @@ void budget(const DoctorFacts& facts, Findings& findings) {
     const std::uint64_t waiting = facts.system.waiting[i];
     if (waiting == 0) continue;
     const Object record{
-        {"family", kFamilyNames[i]}, {"inHardware", in}, {"waiting", waiting}, {"budget", budget}};
+        {"family", kFamilies[i].name}, {"inHardware", in}, {"waiting", waiting}, {"budget", budget}};
     if (in < budget) {
       findings.push_back(
           {Severity::warning, "room-not-given",
            fmt::format("{} {} flows wait although there is room for {}: it is given away with the next "
                        "withdrawal only.",
-                       waiting, kFamilyNames[i], budget - in),
+                       waiting, kFamilies[i].name, budget - in),
            record, false, wantAnew(facts)});
     } else {
       findings.push_back({Severity::note, "budget-used-up",
-                          fmt::format("All room for {} flows is used, {} of {} wait.", kFamilyNames[i],
+                          fmt::format("All room for {} flows is used, {} of {} wait.", kFamilies[i].name,
                                       waiting, in + waiting),
                           record, true, ""});
     }

@@ -1,6 +1,7 @@
 #include "SystemFacts.h"
 
 #include "AgentClient.h"
+#include "Families.h"
 #include "PublishedTables.h"
 #include "TrackerClient.h"
 #include "TrackerWords.h"
@@ -53,10 +54,10 @@ AgentFacts::Plugin pluginOf(AgentClient& client) {
 
 void askPlugin(AgentClient& client, AgentFacts& facts) {
   const Attributes config(client, "state get", "path", "hardware/flowtracking/config/sampled");
-  facts.offloaded = {config.flag("hwOffloadIpv4"), config.flag("hwOffloadIpv6")};
+  facts.offloaded = {config.flag(kFamilies[0].offloaded), config.flag(kFamilies[1].offloaded)};
   facts.sampleRate = static_cast<std::uint32_t>(config.count("sampleRate"));
   const Attributes able(client, "state get", "path", "hardware/flowtracking/capabilities/sampled");
-  facts.announced = {able.flag("hwOffloadIpv4"), able.flag("hwOffloadIpv6")};
+  facts.announced = {able.flag(kFamilies[0].offloaded), able.flag(kFamilies[1].offloaded)};
   const Attributes sampled(client, "state get", "path", "sflow/hwconfigdir/sampledflowtracker");
   facts.ingress = sampled.names("ingressInterfaces");
   facts.egress = sampled.names("egressInterfaces");

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "Families.h"
 #include "FlowWords.h"
 #include "Output.h"
 
@@ -12,11 +13,9 @@ using Bridging::AllowedTrafficDirection;
 using FlowTracking::HoFlowState;
 using Maybe = std::optional<Reason>;
 
-constexpr std::string_view kFamilyNames[] = {"IPv4", "IPv6"};
-
 std::string familyText(const WhyFlow& flow) {
   if (flow.family[0] && flow.family[1]) return "neither family";
-  return std::string(kFamilyNames[flow.family[0] ? 0 : 1]);
+  return std::string(kFamilies[flow.family[0] ? 0 : 1].name);
 }
 
 std::string sinceText(double time, double now) {
@@ -120,7 +119,7 @@ std::string roomText(const WhyFlow& flow, const SystemFacts& system) {
   std::string text;
   if (system.agent.offloads()) {
     text = fmt::format("{} of at most {} {} flows are in hardware, {} wait.", in, system.agent.budget,
-                       kFamilyNames[family], system.waiting[family]);
+                       kFamilies[family].name, system.waiting[family]);
     if (in < system.agent.budget) {
       return text +
              " There is room, but what appears is not given away by itself: the next withdrawal of a wanted "
@@ -132,7 +131,7 @@ std::string roomText(const WhyFlow& flow, const SystemFacts& system) {
              "SampledFlowTracker.drovaHelper.";
     }
   } else {
-    text = fmt::format("{} {} flows were in hardware, {} waited.", in, kFamilyNames[family],
+    text = fmt::format("{} {} flows were in hardware, {} waited.", in, kFamilies[family].name,
                        system.waiting[family]);
   }
   return text +
