@@ -274,9 +274,11 @@ bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, vo
     const std::uint64_t before = state();
     const std::uint64_t number = bucketOf(reverseBits(position), table_.buckets_, table_.mask_);
     Chain chain;
-    if (!place_.holds(before, number)) {
+    const bool remembered = place_.holds(before, number);
+    if (!remembered) {
+      const bool entered = place_.bucket != number;
       chain = gather(number, before);
-      prefetchBehind(position, number);
+      if (entered) prefetchBehind(position, number);
     }
     const Step step = stepIn(position, key, inclusive, chain.damaged);
     if (!stateIs(before) || chain.changed || step == Step::changed) {
@@ -288,6 +290,10 @@ bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, vo
     if (step == Step::found) {
       std::memcpy(out, best_.words.data(), file_.recordBytes());
       return true;
+    }
+    if (remembered) {  // what came by damage since the bucket was entered is met before it is left
+      place_.clear();
+      continue;
     }
     if (chain.damaged) place_.clear();
     if (chain.damaged && ++damagedLooks < kDamagedLooks) continue;

@@ -46,6 +46,14 @@ class Damage : public testing::Test {
     return reinterpret_cast<std::uint8_t*>(&file_->header())[offset];
   }
 
+  // Flips a bit of a thing's values, in every slot that holds the thing.
+  void spoil(std::uint32_t id) const {
+    for (std::uint64_t slot = 0; slot < file_->slotsInFile(); ++slot) {
+      auto* words = file_->slot(slot);
+      if (static_cast<std::uint32_t>(words[1].load()) == id) words[4].store(words[4].load() ^ 0x100U);
+    }
+  }
+
   // Reads all there is through a fresh reader. What is delivered is right, what is not is damage.
   void readAll(std::uint64_t offset) {
     const auto reader = files_.open();
@@ -167,22 +175,30 @@ TEST_F(Damage, TheNextWriterPutsAnyDamageInOrder) {
 TEST_F(Damage, StoringHealsADamagedRecord) {
   const auto writer = files_.open();
   writer->red().insert(thing(3, 4));
-  // The record of thing 3 stands in the slot that its entry names; flip a byte of its values.
-  for (std::uint64_t slot = 0; slot < file_->slotsInFile(); ++slot) {
-    auto* words = file_->slot(slot);
-    if (static_cast<std::uint32_t>(words[1].load()) == 3) words[4].store(words[4].load() ^ 0x100U);
-  }
+  spoil(3);
   EXPECT_THROW(writer->red().has(keyOf(3)), Fenn::CorruptionDetectedException);
   writer->red().insert(thing(3, 9));
   EXPECT_EQ(writer->red().get(keyOf(3)), thing(3, 9));
   EXPECT_EQ(writer->red().size(), ids_.size());
 }
 
+TEST_F(Damage, BehindAWalkIsMetBeforeTheWalkLeavesItsBucket) {
+  const auto reader = files_.open();
+  const Things::Map& map = reader->red();
+  Thing each;
+  ASSERT_TRUE(map.first(each));
+  Thing next = each;
+  ASSERT_TRUE(map.after(each.key, next));
+  spoil(each.key.id);
+  const auto toTheEnd = [&] {
+    while (map.after(next.key, next)) {
+    }
+  };
+  EXPECT_THROW(toTheEnd(), Quell::WalkDamage);
+}
+
 TEST_F(Damage, TheMessageNamesTheTableTheCollectionAndTheSlot) {
-  for (std::uint64_t slot = 0; slot < file_->slotsInFile(); ++slot) {
-    auto* words = file_->slot(slot);
-    if (static_cast<std::uint32_t>(words[1].load()) == 3) words[4].store(words[4].load() ^ 0x100U);
-  }
+  spoil(3);
   try {
     files_.open()->red().has(keyOf(3));
     FAIL() << "delivered";
