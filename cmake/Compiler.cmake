@@ -20,6 +20,9 @@ if(CCACHE)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fno-semantic-interposition)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options(-Wno-sign-conversion)  # part of -Wconversion for Clang only: both compilers hold one rule
+endif()
 add_link_options(-Wl,--as-needed)
 
 if(SFT_HARDEN AND CMAKE_BUILD_TYPE STREQUAL "Release")

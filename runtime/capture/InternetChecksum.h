@@ -1,7 +1,6 @@
 // The checksum of IP, TCP and UDP: the ones' complement sum of 16-bit words (RFC 1071).
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -20,7 +19,10 @@ class InternetChecksum {
     }
     sum_ += sums[0] + sums[1] + sums[2] + sums[3];
     for (; length >= 2; bytes += 2, length -= 2) sum_ += load<std::uint16_t>(bytes);
-    if (length != 0) sum_ += std::endian::native == std::endian::little ? *bytes : *bytes << 8;
+    if (length != 0) {
+      const std::uint8_t last[2] = {*bytes, 0};
+      sum_ += load<std::uint16_t>(last);
+    }
     return *this;
   }
   // Adds a number as it is on the wire, in two words.
