@@ -16,7 +16,12 @@
 namespace SftBench {
 namespace {
 
-enum class Case { hit, miss, wrongState, disabled, icmp };
+// `hit` and `zipf` are of flows in hardware: visited once each, and some more often.
+enum class Case { hit, zipf, miss, wrongState, disabled, icmp };
+
+constexpr bool counts(Case which) {
+  return which == Case::hit || which == Case::zipf;
+}
 
 // Packets of the flows in the order of their visit, one behind the other as a receive ring has them:
 // Ethernet, one tag, IP, 20 bytes.
@@ -25,11 +30,11 @@ class Packets {
   static constexpr std::size_t kStride = 128;
 
   template <class Domain>
-  static Packets of(std::size_t flows, std::uint8_t generation, std::uint8_t ipProto) {
+  static Packets of(std::size_t flows, Visits visits, std::uint8_t generation, std::uint8_t ipProto) {
     Packets packets;
     packets.bytes_.resize(flows * kStride);
     std::uint8_t* at = packets.bytes_.data();
-    for (const std::uint32_t i : visitOrder(flows)) {
+    for (const std::uint32_t i : visitOrder(flows, visits)) {
       packets.length_ = write(at, flow<Domain>(i, generation), ipProto);
       at += kStride;
     }
@@ -82,12 +87,12 @@ struct Path {
     Quell::attachAnonymous(map, flows);
     const HoFlowState state = which == Case::wrongState ? HoFlowState::overflow : HoFlowState::inHardware;
     for (std::uint32_t i = 0; i < flows; ++i) map.insert(SftBench::status<Domain>(i, state));
-    packets =
-        Packets::of<Domain>(flows, which == Case::miss ? 1 : 0, which == Case::icmp ? (kV4 ? 1 : 58) : 6);
+    packets = Packets::of<Domain>(flows, which == Case::zipf ? Visits::zipf : Visits::uniform,
+                                  which == Case::miss ? 1 : 0, which == Case::icmp ? (kV4 ? 1 : 58) : 6);
     helper =
         SampledFlowTracker::SftSamplerHelper::SftSamplerHelperIs({}, ports, {}, {}, config, sftSflowHwConfig);
     step = Kiv::makePtr<SampledFlowTracker::SftInputSampler>(helper, status, counters, config);
-    if (which == Case::hit) {
+    if (counts(which)) {
       for (std::uint32_t i = 0; i < flows; ++i) counters->counterIs(flow<Domain>(i));
     }
   }
@@ -121,7 +126,7 @@ void expectCounted(benchmark::State& state, const Path<Domain>& path, Case which
   for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry->key)) {
     counted += entry->value->packets();
   }
-  if (counted != (which == Case::hit ? packets : 0)) state.SkipWithError("a decision went wrong");
+  if (counted != (counts(which) ? packets : 0)) state.SkipWithError("a decision went wrong");
 }
 
 template <class Domain, Case Which, std::size_t Burst, bool Named>
@@ -167,6 +172,7 @@ void add(const std::string& name, void (*arguments)(benchmark::internal::Benchma
 template <class Domain>
 bool addAll() {
   add<Domain, Case::hit>("hit", sizes);
+  add<Domain, Case::zipf>("zipf", sizes);
   add<Domain, Case::miss>("miss", sizes);
   add<Domain, Case::wrongState>("wrong_state", sizes);
   add<Domain, Case::disabled>("disabled", oneSize);

@@ -51,21 +51,41 @@ FlowTracking::HoFlowStatusRecord<Domain> status(std::uint32_t i, HoFlowState sta
   return record;
 }
 
-// The numbers of so many flows, shuffled, the same in every run.
-inline std::vector<std::uint32_t> visitOrder(std::size_t flows) {
+// How often each flow is visited: once each, or the flow of rank r in proportion to 1/r, as traffic has it.
+enum class Visits { uniform, zipf };
+
+// So many visits as there are flows, by the numbers of the flows, shuffled; the same in every run.
+inline std::vector<std::uint32_t> visitOrder(std::size_t flows, Visits visits = Visits::uniform) {
+  std::mt19937_64 random(20240229);
+  std::vector<std::uint32_t> byRank(flows);
+  for (std::size_t i = 0; i < flows; ++i) byRank[i] = static_cast<std::uint32_t>(i);
+  std::shuffle(byRank.begin(), byRank.end(), random);
+  if (visits == Visits::uniform) return byRank;
+  std::vector<double> weights(flows);
+  for (std::size_t rank = 0; rank < flows; ++rank) weights[rank] = 1.0 / static_cast<double>(rank + 1);
+  std::discrete_distribution<std::size_t> ranks(weights.begin(), weights.end());
   std::vector<std::uint32_t> order(flows);
-  for (std::size_t i = 0; i < flows; ++i) order[i] = static_cast<std::uint32_t>(i);
-  std::shuffle(order.begin(), order.end(), std::mt19937_64(20240229));
+  for (std::uint32_t& visit : order) visit = byRank[ranks(random)];
   return order;
 }
 
 // Keys in the order in which they are looked up.
 template <class Domain>
-std::vector<FlowTracking::HoFlowKey<Domain>> visitedKeys(std::size_t flows, std::uint8_t generation = 0) {
+std::vector<FlowTracking::HoFlowKey<Domain>> visitedKeys(std::size_t flows, Visits visits = Visits::uniform,
+                                                         std::uint8_t generation = 0) {
   std::vector<FlowTracking::HoFlowKey<Domain>> keys;
   keys.reserve(flows);
-  for (const std::uint32_t i : visitOrder(flows)) keys.push_back(hoFlow<Domain>(i, generation));
+  for (const std::uint32_t i : visitOrder(flows, visits)) keys.push_back(hoFlow<Domain>(i, generation));
   return keys;
+}
+
+// What is looked up: flows that are there, each once or some more often, or flows that are not.
+enum class Lookup { hit, zipf, miss };
+
+template <class Domain, Lookup Which>
+std::vector<FlowTracking::HoFlowKey<Domain>> lookedUp(std::size_t flows) {
+  return visitedKeys<Domain>(flows, Which == Lookup::zipf ? Visits::zipf : Visits::uniform,
+                             Which == Lookup::miss ? 1 : 0);
 }
 
 }  // namespace SftBench

@@ -2,6 +2,8 @@
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
+#include <string>
+
 #include "Flows.h"
 #include "HoFlowStatus.h"
 
@@ -40,28 +42,29 @@ void expectAll(benchmark::State& state, std::uint64_t found, std::uint64_t each)
     state.SkipWithError("a lookup went wrong");
 }
 
-template <class Domain, bool Hit>
+template <class Domain, Lookup Which>
 void SharedTable(benchmark::State& state) {
+  constexpr bool kHit = Which != Lookup::miss;
   const auto flows = static_cast<std::size_t>(state.range(0));
   const auto table = sharedTable<Domain>(flows);
   const SharedMap<Domain>& map = table->template map<Domain>();
-  const auto keys = visitedKeys<Domain>(flows, Hit ? 0 : 1);
+  const auto keys = lookedUp<Domain, Which>(flows);
   std::uint64_t right = 0;
   visit(state, keys, [&](const Key<Domain>& key) {
     Status<Domain> record;
     const bool found = map.find(key, record);
-    right += found == Hit && (!found || record.state == HoFlowState::inHardware);
+    right += found == kHit && (!found || record.state == HoFlowState::inHardware);
     benchmark::DoNotOptimize(record);
   });
   expectAll(state, right, 1);
 }
 
-template <class Domain>
+template <class Domain, Lookup Which>
 void SharedTableBurst(benchmark::State& state) {
   const auto flows = static_cast<std::size_t>(state.range(0));
   const auto table = sharedTable<Domain>(flows);
   const SharedMap<Domain>& map = table->template map<Domain>();
-  const auto keys = visitedKeys<Domain>(flows);
+  const auto keys = lookedUp<Domain, Which>(flows);
   std::uint64_t right = 0;
   std::size_t at = 0;
   for (auto _ : state) {
@@ -91,25 +94,26 @@ struct SameHash {
 };
 
 // Copying the record out is what a reader of shared memory must do; a process that owns its map need not.
-template <class Domain, bool Hit, bool Copy>
+template <class Domain, Lookup Which, bool Copy>
 void FlatHashMap(benchmark::State& state) {
+  constexpr bool kHit = Which != Lookup::miss;
   const auto flows = static_cast<std::size_t>(state.range(0));
   absl::flat_hash_map<Key<Domain>, Status<Domain>, SameHash> map;
   map.reserve(flows);
   for (std::uint32_t i = 0; i < flows; ++i)
     map[hoFlow<Domain>(i)] = status<Domain>(i, HoFlowState::inHardware);
-  const auto keys = visitedKeys<Domain>(flows, Hit ? 0 : 1);
+  const auto keys = lookedUp<Domain, Which>(flows);
   std::uint64_t right = 0;
   visit(state, keys, [&](const Key<Domain>& key) {
     const auto found = map.find(key);
     if (found == map.end()) {
-      right += !Hit;
+      right += !kHit;
     } else if (Copy) {
       Status<Domain> record = found->second;
       benchmark::DoNotOptimize(record);
-      right += Hit && record.state == HoFlowState::inHardware;
+      right += kHit && record.state == HoFlowState::inHardware;
     } else {
-      right += Hit && found->second.state == HoFlowState::inHardware;
+      right += kHit && found->second.state == HoFlowState::inHardware;
     }
   });
   expectAll(state, right, 1);
@@ -119,18 +123,27 @@ void sizes(benchmark::internal::Benchmark* bench) {
   for (const std::int64_t size : kSizes) bench->Arg(size);
 }
 
-BENCHMARK_TEMPLATE(SharedTable, IPv4, true)->Name("lookup/shared/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(FlatHashMap, IPv4, true, true)->Name("lookup/absl_copy/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(FlatHashMap, IPv4, true, false)->Name("lookup/absl/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(SharedTable, IPv4, false)->Name("lookup/shared/IPv4/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(FlatHashMap, IPv4, false, false)->Name("lookup/absl/IPv4/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(SharedTableBurst, IPv4)->Name("lookup/shared_burst/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(SharedTable, IPv6, true)->Name("lookup/shared/IPv6/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(FlatHashMap, IPv6, true, true)->Name("lookup/absl_copy/IPv6/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(FlatHashMap, IPv6, true, false)->Name("lookup/absl/IPv6/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(SharedTable, IPv6, false)->Name("lookup/shared/IPv6/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(FlatHashMap, IPv6, false, false)->Name("lookup/absl/IPv6/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(SharedTableBurst, IPv6)->Name("lookup/shared_burst/IPv6/hit")->Apply(sizes);
+template <class Domain, Lookup Which>
+void add(const std::string& which) {
+  const auto called = [&](const std::string& contender, benchmark::internal::Function* run) {
+    const std::string name =
+        "lookup/" + contender + '/' + std::string(FlowTracking::IpFamily<Domain>::kName) + '/' + which;
+    benchmark::RegisterBenchmark(name.c_str(), run)->Apply(sizes);
+  };
+  called("shared", SharedTable<Domain, Which>);
+  called("absl", FlatHashMap<Domain, Which, false>);
+  if (Which == Lookup::miss) return;
+  called("absl_copy", FlatHashMap<Domain, Which, true>);
+  called("shared_burst", SharedTableBurst<Domain, Which>);
+}
+template <class Domain>
+bool addAll() {
+  add<Domain, Lookup::hit>("hit");
+  add<Domain, Lookup::zipf>("zipf");
+  add<Domain, Lookup::miss>("miss");
+  return true;
+}
+const bool added = addAll<IPv4>() && addAll<IPv6>();
 
 }  // namespace
 }  // namespace SftBench

@@ -65,30 +65,31 @@ class RteTable {
   bool complete_ = true;
 };
 
-template <class Domain, bool Hit>
+template <class Domain, Lookup Which>
 void RteHash(benchmark::State& state) {
+  constexpr bool kHit = Which != Lookup::miss;
   const auto flows = static_cast<std::size_t>(state.range(0));
   const RteTable<Domain> table(flows);
   if (!table.usable(state)) return;
-  const auto keys = visitedKeys<Domain>(flows, Hit ? 0 : 1);
+  const auto keys = lookedUp<Domain, Which>(flows);
   std::uint64_t right = 0;
   std::size_t at = 0;
   for (auto _ : state) {
     void* data = nullptr;
     const bool found = rte_hash_lookup_data(table.get(), &keys[at], &data) >= 0;
-    right += found == Hit && (!found || data == table.inHardware());
+    right += found == kHit && (!found || data == table.inHardware());
     if (++at == flows) at = 0;
   }
   state.SetItemsProcessed(state.iterations());
   if (right != static_cast<std::uint64_t>(state.iterations())) state.SkipWithError("a lookup went wrong");
 }
 
-template <class Domain>
+template <class Domain, Lookup Which>
 void RteHashBulk(benchmark::State& state) {
   const auto flows = static_cast<std::size_t>(state.range(0));
   const RteTable<Domain> table(flows);
   if (!table.usable(state)) return;
-  const auto keys = visitedKeys<Domain>(flows);
+  const auto keys = lookedUp<Domain, Which>(flows);
   std::uint64_t right = 0;
   std::size_t at = 0;
   for (auto _ : state) {
@@ -109,12 +110,16 @@ void sizes(benchmark::internal::Benchmark* bench) {
   for (const std::int64_t size : kSizes) bench->Arg(size);
 }
 
-BENCHMARK_TEMPLATE(RteHash, IPv4, true)->Name("lookup/rte_hash/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv4, false)->Name("lookup/rte_hash/IPv4/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHashBulk, IPv4)->Name("lookup/rte_hash_bulk/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv6, true)->Name("lookup/rte_hash/IPv6/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv6, false)->Name("lookup/rte_hash/IPv6/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHashBulk, IPv6)->Name("lookup/rte_hash_bulk/IPv6/hit")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::hit)->Name("lookup/rte_hash/IPv4/hit")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::zipf)->Name("lookup/rte_hash/IPv4/zipf")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::miss)->Name("lookup/rte_hash/IPv4/miss")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv4, Lookup::hit)->Name("lookup/rte_hash_bulk/IPv4/hit")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv4, Lookup::zipf)->Name("lookup/rte_hash_bulk/IPv4/zipf")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::hit)->Name("lookup/rte_hash/IPv6/hit")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::zipf)->Name("lookup/rte_hash/IPv6/zipf")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::miss)->Name("lookup/rte_hash/IPv6/miss")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv6, Lookup::hit)->Name("lookup/rte_hash_bulk/IPv6/hit")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv6, Lookup::zipf)->Name("lookup/rte_hash_bulk/IPv6/zipf")->Apply(sizes);
 
 }  // namespace
 }  // namespace SftBench
