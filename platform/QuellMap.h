@@ -93,12 +93,14 @@ class Map : public MapBase {
 
   // What a lookup may prepare: computed once, used by prefetch and find.
   static std::uint64_t hash(const Key& key) { return Table::hash<sizeof(Key)>(&key); }
-  // Ask for the memory that a find of this hash reads first, and then for what that names.
+  using Place = Table::Place;
+  // Ask for the memory that a find of this hash reads first, and then for what that names: see Table::place.
   void prefetchIndex(std::uint64_t hash) const {
     if (table()) table()->prefetchIndex(hash);
   }
-  void prefetchRecord(std::uint64_t hash) const {
-    if (table()) table()->prefetchRecord(hash);
+  void prefetchRecord(std::uint64_t hash) const { place(hash); }
+  Place place(std::uint64_t hash) const {
+    return table() ? table()->template place<sizeof(Record)>(hash) : Place();
   }
 
   // The record under a key, copied out. False, and `out` unchanged, when absent. Throws
@@ -106,6 +108,10 @@ class Map : public MapBase {
   bool find(const Key& key, Record& out) const { return find(key, hash(key), out); }
   bool find(const Key& key, std::uint64_t hash, Record& out) const {
     return table() && table()->template find<sizeof(Key), sizeof(Record)>(&key, hash, &out);
+  }
+  // At a place that was found for the hash in this table.
+  bool find(const Place& place, const Key& key, std::uint64_t hash, Record& out) const {
+    return table() && table()->template find<sizeof(Key), sizeof(Record)>(place, &key, hash, &out);
   }
   bool has(const Key& key) const {
     Record record;

@@ -33,8 +33,8 @@ void countReason(PacketContext pktCtx, std::string_view category, std::string_vi
 
 // Who only asks, without counters, is not counted.
 template <class Domain>
-void countOutcome(const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters,
-                  AllowedTrafficDirection direction, OffloadOutcome outcome) {
+void countOutcome(PexaSftHoCounterCollection* localHoCounters, AllowedTrafficDirection direction,
+                  OffloadOutcome outcome) {
   if (localHoCounters) localHoCounters->outcomes().inc<Domain>(direction, outcome);
 }
 
@@ -51,36 +51,6 @@ void traceDecline(std::string_view function, int line, std::string_view what, st
   if (textTraced()) textTrace(function, line, Kiv::String(what).append(of));
 }
 
-// The TCP or UDP header right behind the IP header, else null: no extension header is looked through.
-const PacketHeader* l4Header(const PacketHeader& next) {
-  return next.name() == HeaderName::Udp || next.name() == HeaderName::Tcp ? &next : nullptr;
-}
-
-// Every IP packet has an entry behind its IP header; the parser sees to that.
-const PacketHeader& headerBehind(PacketContext pktCtx, const PacketHeader& ipHeader) {
-  return *pktCtx.parsedPacket().header(ipHeader.position() + std::size_t{1});
-}
-
-// REQUIRES: the L4 header is TCP's or UDP's.
-template <class Domain>
-[[gnu::always_inline]] inline HoFlowKey<Domain> offloadKey(PacketContext pktCtx, const PacketHeader& ipHeader,
-                                                           const PacketHeader& l4, std::uint16_t vlan,
-                                                           AllowedTrafficDirection direction,
-                                                           const Pavo::IntfId& intfId) {
-  using Header = typename IpFamily<Domain>::Header;
-  const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
-  const Pavo::L4Ports ports(pktCtx.pkt().offsetFront(l4.offset(), Pavo::L4Ports::kBytes));
-  return {vlan, ip, ports, direction, intfId};
-}
-
-const Pavo::IntfId& flowIntf(PacketContext pktCtx, AllowedTrafficDirection direction,
-                             const Pavo::IntfId& intfId) {
-  static constexpr Pavo::IntfId kNone;
-  if (direction == AllowedTrafficDirection::egress) return intfId;
-  const auto& port = pktCtx.inputPort();
-  return port ? port->intfId() : kNone;
-}
-
 [[noreturn, gnu::cold]] void stopWithoutInterface() {
   std::fputs("SampledFlowTracker: maybeOffloadIp: Assertion `intfId != Pavo::IntfId()' failed.\n", stderr);
   std::abort();
@@ -95,32 +65,34 @@ template <class Domain>
 // The state of the flow's status record, nothing when it has no record. A record carries the key under which
 // it was found, and that key has an interface: a record that was found is never equal to a default one.
 template <class Domain>
-std::optional<HoFlowState> statusOf(const HoFlowStatus* status, const HoFlowKey<Domain>& key,
-                                    std::uint64_t hash) {
+[[gnu::always_inline]] inline std::optional<HoFlowState> statusOf(const HoFlowStatus* status,
+                                                                  const OffloadCandidate<Domain>& candidate) {
   if (status == nullptr) return std::nullopt;
   HoFlowStatusRecord<Domain> record;
   try {
-    if (status->map<Domain>().find(key, hash, record)) return record.state;
+    if (status->map<Domain>().find(candidate.place, candidate.key, candidate.hash, record))
+      return record.state;
   } catch (const Fenn::CorruptionDetectedException& damage) {
     reportCorruption<Domain>(*status, damage);
   }
   return std::nullopt;
 }
 
-// What was left when the packet was looked at ahead; it is good for one decision.
-Pexa::PacketState::LookAhead takeLookAhead(PacketContext pktCtx, AllowedTrafficDirection direction) {
-  auto& ahead = pktCtx.lookAhead(direction);
-  const Pexa::PacketState::LookAhead taken = ahead;
-  ahead.valid = false;
-  return taken;
+// The local counter of the candidate's flow, made when there is none.
+template <class Domain>
+auto& counterOf(PexaSftHoCounterCollection& counters, const OffloadCandidate<Domain>& candidate) {
+  const auto& flow = candidate.key.ipFlowKey;
+  if (candidate.counter != nullptr && candidate.counter->flowKey() == flow) [[likely]]
+    return *candidate.counter;
+  return counters.counterIs(flow, OffloadCandidate<Domain>::CounterMap::hashOf(flow));
 }
 
 }  // namespace
 
 template <class Domain>
-bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
-                    const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters, const PacketHeader& ipHeader,
-                    PacketContext pktCtx, AllowedTrafficDirection direction, const Pavo::IntfId& intfId) {
+bool decideOffload(const HoFlowStatus* hoFlowStatus, PexaSftHoCounterCollection* localHoCounters,
+                   const OffloadCandidate<Domain>& candidate, PacketContext pktCtx,
+                   AllowedTrafficDirection direction) {
   static constinit Skein::CallSite noStatus("Sft", kTraceFile, __LINE__, "maybeOffloadIp",
                                             Skein::Volume::packet);
   static constinit Skein::CallSite notInHardware("Sft", kTraceFile, __LINE__, "maybeOffloadIp",
@@ -128,23 +100,7 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
   static constinit Skein::CallSite offloaded("Sft", kTraceFile, __LINE__, "maybeOffloadIp",
                                              Skein::Volume::packet);
 
-  const PacketHeader& next = headerBehind(pktCtx, ipHeader);
-  const PacketHeader* l4 = l4Header(next);
-  if (l4 == nullptr) {
-    countOutcome<Domain>(localHoCounters, direction, OffloadOutcome::notTcpOrUdp);
-    traceDecline("maybeOffloadIp", __LINE__, "not tcp/udp ", Pexa::stringValue(next.name()));
-    return false;
-  }
-  const std::uint16_t vlan = pktCtx.vlanId().value();
-  const Pavo::IntfId& intf = flowIntf(pktCtx, direction, intfId);
-  if (intf.empty()) stopWithoutInterface();
-  const HoFlowKey<Domain> key = offloadKey<Domain>(pktCtx, ipHeader, *l4, vlan, direction, intf);
-
-  using StatusMap = Quell::Map<HoFlowKey<Domain>, HoFlowStatusRecord<Domain>>;
-  using CounterMap = Pexa::Counter::SftHoCounterMap<Domain>;
-  const auto ahead = takeLookAhead(pktCtx, direction);
-  const std::optional<HoFlowState> state =
-      statusOf(hoFlowStatus.get(), key, ahead.valid ? ahead.hash : StatusMap::hash(key));
+  const std::optional<HoFlowState> state = statusOf(hoFlowStatus, candidate);
   if (!state) {
     countOutcome<Domain>(localHoCounters, direction, OffloadOutcome::noStatus);
     countReason(pktCtx, kDrop, "No flow status");
@@ -157,15 +113,43 @@ bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
     traceOutcome(pktCtx, notInHardware, "Flow state not in hardware");
     return false;
   }
-  using Header = typename IpFamily<Domain>::Header;
-  const Header ip(pktCtx.pkt().offsetFront(ipHeader.offset(), Header::kBytes));
-  const std::uint64_t counterHash = ahead.valid ? ahead.counterHash : CounterMap::hashOf(key.ipFlowKey);
   localHoCounters->outcomes().inc<Domain>(direction, OffloadOutcome::offloaded);
-  localHoCounters->counterIs(key.ipFlowKey, counterHash).hoCount(intf, ip.packetBytes());
+  counterOf(*localHoCounters, candidate).hoCount(candidate.key.intfId, candidate.bytes);
   traceOutcome(pktCtx, offloaded, "Hw sampling packet");
   return true;
 }
 
+template <class Domain>
+void countOffloading(PacketContext pktCtx) {
+  countReason(pktCtx, kAction, IpFamily<Domain>::kOffloadingReason);
+}
+
+template <class Domain>
+bool maybeOffloadIp(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
+                    const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters, const PacketHeader& ipHeader,
+                    PacketContext pktCtx, AllowedTrafficDirection direction, const Pavo::IntfId& intfId) {
+  const PacketHeader* l4 = l4Header(pktCtx, ipHeader);
+  if (l4 == nullptr) {
+    countOutcome<Domain>(localHoCounters.get(), direction, OffloadOutcome::notTcpOrUdp);
+    traceDecline("maybeOffloadIp", __LINE__, "not tcp/udp ",
+                 Pexa::stringValue(headerBehind(pktCtx, ipHeader).name()));
+    return false;
+  }
+  const std::uint16_t vlan = pktCtx.vlanId().value();
+  const Pavo::IntfId& intf = flowIntf(pktCtx, direction, intfId);
+  if (intf.empty()) stopWithoutInterface();
+  return decideOffload<Domain>(hoFlowStatus.get(), localHoCounters.get(),
+                               {pktCtx, ipHeader, *l4, vlan, direction, intf}, pktCtx, direction);
+}
+
+template void countOffloading<Pavo::Traits::IPv4>(PacketContext);
+template void countOffloading<Pavo::Traits::IPv6>(PacketContext);
+template bool decideOffload<Pavo::Traits::IPv4>(const HoFlowStatus*, PexaSftHoCounterCollection*,
+                                                const OffloadCandidate<Pavo::Traits::IPv4>&, PacketContext,
+                                                AllowedTrafficDirection);
+template bool decideOffload<Pavo::Traits::IPv6>(const HoFlowStatus*, PexaSftHoCounterCollection*,
+                                                const OffloadCandidate<Pavo::Traits::IPv6>&, PacketContext,
+                                                AllowedTrafficDirection);
 template bool maybeOffloadIp<Pavo::Traits::IPv4>(const Kiv::Ptr<const HoFlowStatus>&,
                                                  const Kiv::Ptr<PexaSftHoCounterCollection>&,
                                                  const PacketHeader&, PacketContext, AllowedTrafficDirection,
@@ -174,22 +158,6 @@ template bool maybeOffloadIp<Pavo::Traits::IPv6>(const Kiv::Ptr<const HoFlowStat
                                                  const Kiv::Ptr<PexaSftHoCounterCollection>&,
                                                  const PacketHeader&, PacketContext, AllowedTrafficDirection,
                                                  const Pavo::IntfId&);
-
-namespace {
-
-bool isOf(const PacketHeader& ipHeader, bool ipv4, bool ipv6) {
-  return (ipv4 && ipHeader.name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) ||
-         (ipv6 && ipHeader.name() == IpFamily<Pavo::Traits::IPv6>::kHeaderName);
-}
-
-// The packet's IP header when its family is offloaded, else null.
-const PacketHeader* offloadedHeader(PacketContext pktCtx, bool ipv4, bool ipv6) {
-  pktCtx.parsedPacket().maybeDoFullParse();
-  const PacketHeader* ipHeader = pktCtx.parsedPacket().firstHeaderIpAnyVersion();
-  return ipHeader != nullptr && isOf(*ipHeader, ipv4, ipv6) ? ipHeader : nullptr;
-}
-
-}  // namespace
 
 bool maybeOffloadCommon(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
                         const Kiv::Ptr<PexaSftHoCounterCollection>& localHoCounters, PacketContext pktCtx,
@@ -202,7 +170,7 @@ bool maybeOffloadCommon(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
     return false;
   }
   const auto offload = [&]<class Domain>(Domain) {
-    countReason(pktCtx, kAction, IpFamily<Domain>::kOffloadingReason);
+    countOffloading<Domain>(pktCtx);
     return maybeOffloadIp<Domain>(hoFlowStatus, localHoCounters, *ipHeader, pktCtx, direction, intfId);
   };
   switch (ipHeader->name()) {
@@ -213,58 +181,6 @@ bool maybeOffloadCommon(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
     default:  // a guard: such a header is not offloaded
       traceDecline("maybeOffloadCommon", __LINE__, "maybeOffloadCommon Unknown AF");
       return false;
-  }
-}
-
-void OffloadLookAhead::first(PacketContext pktCtx, AllowedTrafficDirection direction,
-                             const Pavo::IntfId& intfId) const {
-  if (hoFlowStatus_ == nullptr) return;
-  const PacketHeader* ipHeader = offloadedHeader(pktCtx, hwOffloadIpv4_, hwOffloadIpv6_);
-  if (ipHeader == nullptr) return;
-  if (ipHeader->name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) {
-    firstIp<Pavo::Traits::IPv4>(pktCtx, *ipHeader, direction, intfId);
-  } else {
-    firstIp<Pavo::Traits::IPv6>(pktCtx, *ipHeader, direction, intfId);
-  }
-}
-
-template <class Domain>
-void OffloadLookAhead::firstIp(PacketContext pktCtx, const PacketHeader& ipHeader,
-                               AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const {
-  const PacketHeader* l4 = l4Header(headerBehind(pktCtx, ipHeader));
-  const std::uint16_t vlan = pktCtx.vlanId().raw();
-  if (l4 == nullptr || vlan > Bridging::VlanIdOrAnyOrNone::kMost) return;  // the decision itself says why not
-  const HoFlowKey<Domain> key =
-      offloadKey<Domain>(pktCtx, ipHeader, *l4, vlan, direction, flowIntf(pktCtx, direction, intfId));
-  const auto& map = hoFlowStatus_->map<Domain>();
-  auto& ahead = pktCtx.lookAhead(direction);
-  const auto& counters = localHoCounters_.counters<Domain>();
-  ahead.hash = map.hash(key);
-  ahead.valid = true;
-  map.prefetchIndex(ahead.hash);
-  ahead.counterHash = counters.hashOf(key.ipFlowKey);
-  counters.prefetch(ahead.counterHash);
-}
-
-void OffloadLookAhead::second(PacketContext pktCtx, AllowedTrafficDirection direction) const {
-  const auto& ahead = pktCtx.lookAhead(direction);
-  if (!ahead.valid) return;
-  const PacketHeader& ipHeader = *pktCtx.parsedPacket().firstHeaderIpAnyVersion();
-  if (ipHeader.name() == IpFamily<Pavo::Traits::IPv4>::kHeaderName) {
-    secondIp<Pavo::Traits::IPv4>(ahead);
-  } else {
-    secondIp<Pavo::Traits::IPv6>(ahead);
-  }
-}
-
-template <class Domain>
-void OffloadLookAhead::secondIp(const Pexa::PacketState::LookAhead& ahead) const {
-  hoFlowStatus_->map<Domain>().prefetchRecord(ahead.hash);
-  if (const auto* entry = localHoCounters_.counters<Domain>().peek(ahead.counterHash)) {
-    using Counter = Pexa::Counter::SftHoCounter<Domain>;
-    const auto* counter = reinterpret_cast<const char*>(entry->value.get());
-    for (std::size_t at = 0; at < sizeof(Counter); at += 64) __builtin_prefetch(counter + at, 1);
-    __builtin_prefetch(counter + sizeof(Counter) - 1, 1);
   }
 }
 

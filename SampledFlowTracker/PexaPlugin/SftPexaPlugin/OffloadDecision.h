@@ -11,6 +11,7 @@
 #pragma once
 
 #include "HoFlowStatus.h"
+#include "OffloadCandidate.h"
 #include "PexaPacket.h"
 #include "PexaSftHoCounterCollection.h"
 
@@ -34,36 +35,14 @@ bool maybeOffloadIp(const Kiv::Ptr<const FlowTracking::HoFlowStatus>& hoFlowStat
                     const Pexa::PacketHeader& ipHeader, Pexa::PacketContext pktCtx,
                     Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId);
 
-// What the decision on a burst of packets can have ready beforehand, in passes over the burst, so that the
-// memory of one packet arrives while the others are prepared.
-class OffloadLookAhead {
- public:
-  using Counters = Pexa::Counter::PexaSftHoCounterCollection;
-  OffloadLookAhead(const FlowTracking::HoFlowStatus* hoFlowStatus, const Counters& localHoCounters,
-                   bool hwOffloadIpv4, bool hwOffloadIpv6)
-      : hoFlowStatus_(hoFlowStatus),
-        localHoCounters_(localHoCounters),
-        hwOffloadIpv4_(hwOffloadIpv4),
-        hwOffloadIpv6_(hwOffloadIpv6) {}
-
-  // Parses the packet; if the decision will look it up, leaves the hashes of its keys in the context and asks
-  // for the memory that their lookups read first. The interface is the one that the decision will use.
-  void first(Pexa::PacketContext pktCtx, Bridging::AllowedTrafficDirection direction,
-             const Pavo::IntfId& intfId) const;
-  // Asks for the memory of the status record and of the local counter.
-  void second(Pexa::PacketContext pktCtx, Bridging::AllowedTrafficDirection direction) const;
-
- private:
-  template <class Domain>
-  void firstIp(Pexa::PacketContext pktCtx, const Pexa::PacketHeader& ipHeader,
-               Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId) const;
-  template <class Domain>
-  void secondIp(const Pexa::PacketState::LookAhead& ahead) const;
-
-  const FlowTracking::HoFlowStatus* hoFlowStatus_;  // null: there is no table
-  const Counters& localHoCounters_;
-  bool hwOffloadIpv4_;
-  bool hwOffloadIpv6_;
-};
+// The second half of it, for what was made ready ahead: the reason that an offloaded family's packet counts,
+// and the decision on one that can be looked up. REQUIRES: counters.
+template <class Domain>
+void countOffloading(Pexa::PacketContext pktCtx);
+template <class Domain>
+bool decideOffload(const FlowTracking::HoFlowStatus* hoFlowStatus,
+                   Pexa::Counter::PexaSftHoCounterCollection* localHoCounters,
+                   const OffloadCandidate<Domain>& candidate, Pexa::PacketContext pktCtx,
+                   Bridging::AllowedTrafficDirection direction);
 
 }  // namespace SampledFlowTracker

@@ -1,5 +1,8 @@
 #include "SamplerSteps.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "OffloadDecision.h"
 #include "TraceHandles.h"
 
@@ -45,11 +48,22 @@ const Kiv::Type& SftSampler<Direction>::kivType() {
 
 template <class Direction>
 Pexa::StepResult SftSampler<Direction>::process(Context context) {
-  if (!maybeOffload(Direction::packetContext(context), Direction::srcPort(context),
-                    Direction::dstPort(context))) {
-    Direction::sample(*sftSamplerHelper_, context);
-  }
+  const Pexa::PacketContext pktCtx = Direction::packetContext(context);
+  const std::uint8_t ahead = std::exchange(pktCtx.lookAhead(Direction::kDirection), std::uint8_t{0});
+  const bool offloaded = ahead != 0
+                             ? decideAhead(ahead, pktCtx)
+                             : maybeOffload(pktCtx, Direction::srcPort(context), Direction::dstPort(context));
+  if (!offloaded) Direction::sample(*sftSamplerHelper_, context);
   return Pexa::StepResult::proceed;
+}
+
+template <class Direction>
+bool SftSampler<Direction>::decideAhead(std::uint8_t number, Pexa::PacketContext pktCtx) const {
+  return lookAhead_.with(number, [&]<class Domain>(const OffloadCandidate<Domain>& candidate) {
+    countOffloading<Domain>(pktCtx);
+    return decideOffload<Domain>(hoFlowStatus_.get(), localHoCounters_.get(), candidate, pktCtx,
+                                 Direction::kDirection);
+  });
 }
 
 template <class Direction>
@@ -69,15 +83,23 @@ template <class Direction>
 void SftSampler<Direction>::lookAhead(std::span<const Context> burst) {
   const bool ipv4 = hwOffloadIpv4();
   const bool ipv6 = hwOffloadIpv6();
-  if (!ipv4 && !ipv6) return;
-  const OffloadLookAhead ahead(hoFlowStatus_.get(), *localHoCounters_, ipv4, ipv6);
-  for (const Context& context : burst) {
+  if (!hoFlowStatus_ || (!ipv4 && !ipv6)) return;
+  lookAhead_.begin();
+  const Pavo::IntfId* last = nullptr;
+  bool wanted = false;
+  for (const Context& context : burst.first(std::min(burst.size(), OffloadLookAhead::kMost))) {
     const Pexa::PacketContext pktCtx = Direction::packetContext(context);
-    pktCtx.lookAhead(Direction::kDirection).valid = false;
     const Pavo::IntfId& intfId = intfOf(Direction::watchedPort(pktCtx, Direction::dstPort(context)));
-    ahead.first(pktCtx, Direction::kDirection, intfId);
+    if (&intfId != last) {
+      last = &intfId;
+      wanted = !intfId.empty() && sftSamplerHelper_->samplingWanted(Direction::kDirection, intfId);
+    }
+    pktCtx.lookAhead(Direction::kDirection) =
+        wanted ? lookAhead_.prepared(*hoFlowStatus_, *localHoCounters_, pktCtx, Direction::kDirection, intfId,
+                                     ipv4, ipv6)
+               : std::uint8_t{0};
   }
-  for (const Context& context : burst) ahead.second(Direction::packetContext(context), Direction::kDirection);
+  lookAhead_.find(*hoFlowStatus_, *localHoCounters_);
 }
 
 template class SftSampler<InputDirection>;

@@ -7,6 +7,7 @@
 
 #include "HoFlowStatus.h"
 #include "HwFlowTracking.h"
+#include "OffloadLookAhead.h"
 #include "PexaPipeline.h"
 #include "PexaSftHoCounterCollection.h"
 #include "SamplerHelper.h"
@@ -95,6 +96,8 @@ class SftSampler final : public Direction::Step {
   const ConfigPtr& sftHwTrackingConfig() const { return sftHwTrackingConfig_; }
 
  private:
+  // The decision on a packet that was prepared under this number.
+  bool decideAhead(std::uint8_t number, Pexa::PacketContext pktCtx) const;
   bool hwOffloadIpv4() const { return sftHwTrackingConfig_ && sftHwTrackingConfig_->hwOffloadIpv4(); }
   bool hwOffloadIpv6() const { return sftHwTrackingConfig_ && sftHwTrackingConfig_->hwOffloadIpv6(); }
 
@@ -102,6 +105,7 @@ class SftSampler final : public Direction::Step {
   StatusPtr hoFlowStatus_;
   CountersPtr localHoCounters_;
   ConfigPtr sftHwTrackingConfig_;
+  OffloadLookAhead lookAhead_;
 };
 
 using SftInputSampler = SftSampler<InputDirection>;

@@ -1,5 +1,8 @@
 #include "SftPexaPlugin/SamplerSteps.h"
 
+#include <deque>
+#include <vector>
+
 #include "PacketPath.h"
 
 namespace SampledFlowTracker {
@@ -214,31 +217,57 @@ TYPED_TEST(SamplerSteps, ABurstThatWasLookedAtAheadEndsAsOneThatWasNot) {
   EXPECT_EQ(plain, run(true));
 }
 
+TYPED_TEST(SamplerSteps, PacketsBehindTheThirtySecondOfABurstAreDecidedWithoutALookAhead) {
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  std::deque<PacketFixture> packets;
+  std::vector<Pexa::PacketContext> burst;
+  for (int i = 0; i < 40; ++i) {
+    burst.push_back(packets.emplace_back(this->tcpPacket(), &this->ports[0]).context());
+  }
+  this->inputStep->lookAhead(burst);
+  EXPECT_NE(packets[31].state.lookAhead[0], 0);
+  EXPECT_EQ(packets[32].state.lookAhead[0], 0);
+  for (const auto& context : burst) this->inputStep->process(context);
+  ASSERT_NE(this->counter(), nullptr);
+  EXPECT_EQ(this->counter()->packets(), 40U);
+}
+
+TYPED_TEST(SamplerSteps, AStatusThatChangesBehindTheLookAheadIsTheOneThatCounts) {
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::overflow);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  const auto context = packet.context();
+  this->inputStep->lookAhead({&context, 1});
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  this->inputStep->process(context);
+  ASSERT_NE(this->counter(), nullptr);
+  EXPECT_EQ(this->counter()->packets(), 1U);
+}
+
 TYPED_TEST(SamplerSteps, WhatWasLookedUpAheadIsUsedOnceAndForItsOwnPortOnly) {
   this->statusIs(kEgress, "Ethernet1", HoFlowState::inHardware);
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);
   const Pexa::OutputPipelineContext toSecond = packet.output(this->ports[1]);
   this->outputStep->lookAhead({&toSecond, 1});
-  EXPECT_TRUE(packet.state.lookAhead[1].valid);
-  EXPECT_FALSE(packet.state.lookAhead[0].valid);
+  EXPECT_NE(packet.state.lookAhead[1], 0);
+  EXPECT_EQ(packet.state.lookAhead[0], 0);
   this->outputStep->process(toSecond);
-  EXPECT_FALSE(packet.state.lookAhead[1].valid);
+  EXPECT_EQ(packet.state.lookAhead[1], 0);
   this->send(packet, 0);
   ASSERT_NE(this->counter(), nullptr);
   EXPECT_EQ(this->counter()->packets(), 1U);
 }
 
-TYPED_TEST(SamplerSteps, LookingAheadLeavesNoHashOfAPacketThatIsNotLookedUp) {
+TYPED_TEST(SamplerSteps, LookingAheadLeavesNothingOfAPacketThatIsNotLookedUp) {
   PacketFixture icmp(this->ipPacket().icmp().build(), &this->ports[0]);
-  icmp.state.lookAhead[0] = {7, true};
+  icmp.state.lookAhead[0] = 7;
   const auto context = icmp.context();
   this->inputStep->lookAhead({&context, 1});
-  EXPECT_FALSE(icmp.state.lookAhead[0].valid);
+  EXPECT_EQ(icmp.state.lookAhead[0], 0);
   PacketFixture noVlan(this->tcpPacket(), &this->ports[0]);
   noVlan.state.vlan = Bridging::VlanIdOrAnyOrNone();
   const auto other = noVlan.context();
   this->inputStep->lookAhead({&other, 1});
-  EXPECT_FALSE(noVlan.state.lookAhead[0].valid);
+  EXPECT_EQ(noVlan.state.lookAhead[0], 0);
 }
 
 TYPED_TEST(SamplerSteps, LookingAheadSeesNothingOfADisabledFamily) {
@@ -246,7 +275,7 @@ TYPED_TEST(SamplerSteps, LookingAheadSeesNothingOfADisabledFamily) {
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);
   const auto context = packet.context();
   this->inputStep->lookAhead({&context, 1});
-  EXPECT_FALSE(packet.state.lookAhead[0].valid);
+  EXPECT_EQ(packet.state.lookAhead[0], 0);
   EXPECT_THAT(this->text.texts, IsEmpty());
 }
 

@@ -32,10 +32,10 @@ TEST(PacketContext, APacketOfTheAgentItselfHasNoInputPort) {
 
 TEST(PacketContext, WhatWasLookedUpAheadIsKeptByDirection) {
   PacketFixture fixture(PacketBuilder().build(), nullptr);
-  fixture.context().lookAhead(AllowedTrafficDirection::ingress) = {7, true};
-  fixture.context().lookAhead(AllowedTrafficDirection::egress) = {9, true};
-  EXPECT_EQ(fixture.context().lookAhead(AllowedTrafficDirection::ingress).hash, 7U);
-  EXPECT_EQ(fixture.context().lookAhead(AllowedTrafficDirection::egress).hash, 9U);
+  fixture.context().lookAhead(AllowedTrafficDirection::ingress) = 7;
+  fixture.context().lookAhead(AllowedTrafficDirection::egress) = 9;
+  EXPECT_EQ(fixture.context().lookAhead(AllowedTrafficDirection::ingress), 7);
+  EXPECT_EQ(fixture.context().lookAhead(AllowedTrafficDirection::egress), 9);
 }
 
 TEST(PacketContext, GoesThroughAValueWhenAHandlerIsInvokedByName) {

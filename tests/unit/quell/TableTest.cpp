@@ -147,6 +147,40 @@ TEST_F(Tables, PrefetchingChangesNothing) {
   }
 }
 
+TEST_F(Tables, AFindFromAPlaceSeesWhatBecameOfTheRecordMeanwhile) {
+  for (std::uint32_t id = 0; id < 100; ++id) map().insert(thing(id));
+  std::vector<Things::Map::Place> places;
+  for (std::uint32_t id = 0; id < 100; ++id) places.push_back(map().place(Things::Map::hash(keyOf(id))));
+  const auto find = [&](std::uint32_t id, Thing& out) {
+    return map().find(places[id], keyOf(id), Things::Map::hash(keyOf(id)), out);
+  };
+  Thing out;
+  map().insert(thing(1, 10));
+  EXPECT_TRUE(find(1, out));
+  EXPECT_EQ(out, thing(1, 10));
+  map().erase(keyOf(2));
+  EXPECT_FALSE(find(2, out));
+  map().insert(thing(1000));  // may take the room of the one that left
+  EXPECT_FALSE(find(2, out));
+  map().insert(thing(2, 20));
+  EXPECT_TRUE(find(2, out));
+  EXPECT_EQ(out, thing(2, 20));
+  for (std::uint32_t id = 2000; id < 4000; ++id) map().insert(thing(id));  // buckets split
+  for (std::uint32_t id = 0; id < 100; ++id) EXPECT_TRUE(find(id, out) && out.key == keyOf(id)) << id;
+}
+
+TEST_F(Tables, APlaceOfAnotherKeyLeadsNobodyAstray) {
+  map().insert(thing(1));
+  map().insert(thing(2));
+  const auto place = map().place(Things::Map::hash(keyOf(1)));
+  Thing out;
+  EXPECT_TRUE(map().find(place, keyOf(2), Things::Map::hash(keyOf(2)), out));
+  EXPECT_EQ(out, thing(2));
+  EXPECT_FALSE(map().find(place, keyOf(3), Things::Map::hash(keyOf(3)), out));
+  EXPECT_TRUE(map().find(Things::Map::Place(), keyOf(1), Things::Map::hash(keyOf(1)), out));
+  EXPECT_EQ(out, thing(1));
+}
+
 TEST_F(Tables, RecordsAreReachedAsBytes) {
   const Thing stored = thing(5, 55);
   map().insertBytes(&stored);
