@@ -55,7 +55,7 @@ def main():
     arguments = parser.parse_args()
     rows, good = [], True
     with tempfile.TemporaryDirectory(prefix="bench-", dir=scratch()) as folder:
-        setting = Setting(arguments.build.resolve(), folder, prefix(), arguments.quick)
+        setting = Setting(arguments.build.resolve(), folder, [] if arguments.quick else prefix(), arguments.quick)
         if arguments.plot:
             bench_plot.draw(setting, PLOT)
             return 0
