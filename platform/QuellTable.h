@@ -235,7 +235,7 @@ class Table {
   const Layout::Bucket* index_ = nullptr;
   const std::byte* records_ = nullptr;
   std::uint64_t slotBytes_ = 0;
-  mutable std::uint64_t state_ = 0;
+  mutable std::uint64_t state_ = Layout::stateWord(1, 0);  // fits the next two: no damaged word equals it
   mutable std::uint64_t buckets_ = 1;
   mutable std::uint64_t mask_ = 0;
   mutable std::uint64_t slots_ = 0;  // that the file has room for
