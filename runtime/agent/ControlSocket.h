@@ -37,7 +37,7 @@ class ControlSocket {
   static constexpr std::size_t kMostClients = 64;
   static constexpr std::size_t kSliceBytes = 16 * 1024;  // of an answer formed before others have their turn
   // When there are as many clients as there may be, one of whom nothing was heard for so long makes room.
-  static constexpr std::chrono::seconds kPatience{10};
+  static constexpr std::chrono::seconds kPatience{5};
   static constexpr std::chrono::seconds kPause{1};  // before another try when no connection can be taken
 
   // Gives the next row of an answer; none at its end. May throw std::runtime_error: the answer ends with it.
