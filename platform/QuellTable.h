@@ -19,6 +19,7 @@
 #include <string>
 
 #include "Fenn.h"
+#include "KivPrefetch.h"
 #include "QuellLayout.h"
 
 // Eight tags at once. Not under the thread sanitizer, which rightly does not know that such a load is a hint.
@@ -71,7 +72,7 @@ class Table {
   std::uint64_t damages() const { return damages_; }
 
   void prefetchIndex(std::uint64_t hash) const {
-    __builtin_prefetch(&index_[Layout::bucketOf(hash, buckets_, mask_)]);
+    Kiv::prefetch(&index_[Layout::bucketOf(hash, buckets_, mask_)]);
   }
   // Reads the bucket, so prefetchIndex should have had time to work.
   void prefetchRecord(std::uint64_t hash) const {
@@ -81,8 +82,8 @@ class Table {
     const std::uint64_t slot = slotAt(bucket, found);
     if (slot >= slots_) return;
     const std::byte* at = records_ + slot * slotBytes_;
-    for (const std::byte* line = at; line < at + slotBytes_; line += 64) __builtin_prefetch(line);
-    __builtin_prefetch(at + slotBytes_ - 1);
+    for (const std::byte* line = at; line < at + slotBytes_; line += 64) Kiv::prefetch(line);
+    Kiv::prefetch(at + slotBytes_ - 1);
   }
 
   // Copies the record under a key out. False, and `out` unchanged, when there is none.
