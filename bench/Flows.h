@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
+#include <iterator>
 #include <random>
+#include <sstream>
 #include <vector>
 
 #include "Records.h"
@@ -17,7 +20,14 @@ using Pavo::Traits::IPv6;
 
 inline constexpr std::size_t kBurst = 32;
 inline constexpr const char* kIntf = "Ethernet1";
-inline const std::vector<std::int64_t> kSizes{2048, 65536, 1048576};
+inline constexpr std::int64_t kSmallSize = 2048;
+
+// Flows in a table. SFT_BENCH_SIZES stands for these, with blanks between them, where more are to be drawn.
+inline std::vector<std::int64_t> sizes() {
+  const char* wanted = std::getenv("SFT_BENCH_SIZES");
+  std::istringstream text(wanted != nullptr ? wanted : "2048 65536 1048576");
+  return {std::istream_iterator<std::int64_t>(text), {}};
+}
 
 // Flow number i, one to one. `generation` makes flows that no other generation has.
 template <class Domain>

@@ -119,8 +119,8 @@ void FlatHashMap(benchmark::State& state) {
   expectAll(state, right, 1);
 }
 
-void sizes(benchmark::internal::Benchmark* bench) {
-  for (const std::int64_t size : kSizes) bench->Arg(size);
+void allSizes(benchmark::internal::Benchmark* bench) {
+  for (const std::int64_t size : sizes()) bench->Arg(size);
 }
 
 template <class Domain, Lookup Which>
@@ -128,7 +128,7 @@ void add(const std::string& which) {
   const auto called = [&](const std::string& contender, benchmark::internal::Function* run) {
     const std::string name =
         "lookup/" + contender + '/' + std::string(FlowTracking::IpFamily<Domain>::kName) + '/' + which;
-    benchmark::RegisterBenchmark(name.c_str(), run)->Apply(sizes);
+    benchmark::RegisterBenchmark(name.c_str(), run)->Apply(allSizes);
   };
   called("shared", SharedTable<Domain, Which>);
   called("absl", FlatHashMap<Domain, Which, false>);

@@ -106,20 +106,20 @@ void RteHashBulk(benchmark::State& state) {
     state.SkipWithError("a lookup went wrong");
 }
 
-void sizes(benchmark::internal::Benchmark* bench) {
-  for (const std::int64_t size : kSizes) bench->Arg(size);
+void allSizes(benchmark::internal::Benchmark* bench) {
+  for (const std::int64_t size : sizes()) bench->Arg(size);
 }
 
-BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::hit)->Name("lookup/rte_hash/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::zipf)->Name("lookup/rte_hash/IPv4/zipf")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::miss)->Name("lookup/rte_hash/IPv4/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHashBulk, IPv4, Lookup::hit)->Name("lookup/rte_hash_bulk/IPv4/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHashBulk, IPv4, Lookup::zipf)->Name("lookup/rte_hash_bulk/IPv4/zipf")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::hit)->Name("lookup/rte_hash/IPv6/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::zipf)->Name("lookup/rte_hash/IPv6/zipf")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::miss)->Name("lookup/rte_hash/IPv6/miss")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHashBulk, IPv6, Lookup::hit)->Name("lookup/rte_hash_bulk/IPv6/hit")->Apply(sizes);
-BENCHMARK_TEMPLATE(RteHashBulk, IPv6, Lookup::zipf)->Name("lookup/rte_hash_bulk/IPv6/zipf")->Apply(sizes);
+BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::hit)->Name("lookup/rte_hash/IPv4/hit")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::zipf)->Name("lookup/rte_hash/IPv4/zipf")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHash, IPv4, Lookup::miss)->Name("lookup/rte_hash/IPv4/miss")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv4, Lookup::hit)->Name("lookup/rte_hash_bulk/IPv4/hit")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv4, Lookup::zipf)->Name("lookup/rte_hash_bulk/IPv4/zipf")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::hit)->Name("lookup/rte_hash/IPv6/hit")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::zipf)->Name("lookup/rte_hash/IPv6/zipf")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHash, IPv6, Lookup::miss)->Name("lookup/rte_hash/IPv6/miss")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv6, Lookup::hit)->Name("lookup/rte_hash_bulk/IPv6/hit")->Apply(allSizes);
+BENCHMARK_TEMPLATE(RteHashBulk, IPv6, Lookup::zipf)->Name("lookup/rte_hash_bulk/IPv6/zipf")->Apply(allSizes);
 
 }  // namespace
 }  // namespace SftBench

@@ -10,6 +10,8 @@ pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 pkg_check_modules(FIXBUF REQUIRED IMPORTED_TARGET libfixbuf)
 pkg_check_modules(NCURSESW REQUIRED IMPORTED_TARGET ncursesw)
 pkg_check_modules(PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-pull)
+pkg_check_modules(CAPNG REQUIRED IMPORTED_TARGET libcap-ng)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(TOMLPP REQUIRED IMPORTED_TARGET tomlplusplus)
 
 if(NOT SFT_FUZZ)

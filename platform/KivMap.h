@@ -26,6 +26,8 @@
 #include <utility>
 #include <vector>
 
+#include "KivPrefetch.h"
+
 namespace Kiv {
 
 // The process-wide seed of every hash map, chosen at start so that no peer can aim at one chain.
@@ -116,8 +118,8 @@ class Map {
   void prefetch(std::uint64_t hash) const {
     if (slots_.empty()) return;
     const auto* at = reinterpret_cast<const char*>(&slots_[home(hash)]);
-    __builtin_prefetch(at);
-    __builtin_prefetch(at + sizeof(Slot) - 1);
+    Kiv::prefetch(at);
+    Kiv::prefetch(at + sizeof(Slot) - 1);
   }
   const Entry* peek(std::uint64_t hash) const {
     if (slots_.empty()) return nullptr;

@@ -20,6 +20,7 @@
 #include <string>
 
 #include "Fenn.h"
+#include "KivPrefetch.h"
 #include "QuellLayout.h"
 
 // Eight tags at once. Not under the thread sanitizer, which rightly does not know that such a load is a hint.
@@ -78,7 +79,7 @@ class Table {
   std::uint64_t damages() const { return damages_; }
 
   void prefetchIndex(std::uint64_t hash) const {
-    __builtin_prefetch(&index_[Layout::bucketOf(hash, buckets_, mask_)]);
+    Kiv::prefetch(&index_[Layout::bucketOf(hash, buckets_, mask_)]);
   }
   // Where the index names the record of a hash; null when nothing plain does. A find that is given it looks
   // there first: it is a find in two parts, between which others have their memory asked for.
@@ -100,8 +101,8 @@ class Table {
     constexpr std::size_t kAligned = std::size_t{1} << std::countr_zero(kBytes);
     constexpr std::size_t kLines = kAligned >= 64 ? kBytes / 64 : 1 + (64 - kAligned + kBytes - 1) / 64;
     const std::byte* at = records_ + slot * kBytes;
-    Layout::unrolled<kLines - 1>([&](auto line) { __builtin_prefetch(at + 64 * line); });
-    __builtin_prefetch(at + kBytes - 1);
+    Layout::unrolled<kLines - 1>([&](auto line) { Kiv::prefetch(at + 64 * line); });
+    Kiv::prefetch(at + kBytes - 1);
     return {&word, entry};
   }
 
@@ -283,7 +284,7 @@ class Table {
   const Layout::Bucket* index_ = nullptr;
   const std::byte* records_ = nullptr;
   std::uint64_t slotBytes_ = 0;
-  mutable std::uint64_t state_ = 0;
+  mutable std::uint64_t state_ = Layout::stateWord(1, 0);  // fits the next two: no damaged word equals it
   mutable std::uint64_t buckets_ = 1;
   mutable std::uint64_t mask_ = 0;
   mutable std::uint64_t slots_ = 0;  // that the file has room for

@@ -61,16 +61,11 @@ std::vector<Collector> collectorsOf(asio::io_context& io, const TrackerConfig& c
   return collectors;
 }
 
-const std::string& madeRunDir(const std::filesystem::path& path) {
-  std::error_code error;
-  std::filesystem::create_directories(path, error);
-  if (!error) {
-    Pexa::groupMayWriteAsIn(path);
-    return path.native();
-  }
-  throw std::runtime_error(
-      fmt::format("run directory {}: {}, expected a directory that this process may write", path.native(),
-                  error.message()));
+// The rights of root were for the sockets: what comes after them is done as whom it belongs to.
+const std::string& madeRunDir(const TrackerConfig& config) {
+  Pexa::runDirIs(config.runDir, config.security.user);
+  if (config.security.user) Guard::become(*config.security.user, Guard::Keep::nothing);
+  return config.runDir.native();
 }
 
 }  // namespace
@@ -80,9 +75,11 @@ class Daemon::Impl {
   explicit Impl(const TrackerConfig& config)
       : exporter_(config.ipfix, collectorsOf(io_, config)),
         socket_(boundSocket(io_, config)),
-        tables_(madeRunDir(config.runDir)),
+        tables_(madeRunDir(config)),
         tracker_(config.limits, config.interfaces, tables_, exporter_),
-        control_(io_, config.runDir / kSocketName, [this](const Value& request) { return answer(request); }) {
+        control_(
+            io_, config.runDir / kSocketName, [this](const Value& request) { return answer(request); },
+            ControlSocket::Access{config.security.groups, {}}) {
     const auto adopted =
         tracker_.table<Pavo::Traits::IPv4>().size() + tracker_.table<Pavo::Traits::IPv6>().size();
     if (adopted != 0) spdlog::info("{} wanted offloads taken over", adopted);

@@ -85,10 +85,13 @@ Flow& FlowTable<Domain>::add(const Key& key, double now) {
 
 template <class Domain>
 void FlowTable<Domain>::tick(double now) {
+  // Nobody looked for so long, or the clock was set forward: no flow was silent meanwhile.
+  const double missed = now - lastLook_ > kLongestPause ? now - lastLook_ : 0;
   inHardware_ = 0;
   for (auto entry = flows_.begin(); entry != flows_.end();) {
     const FlowKey& flowKey = entry->first;
     Shared& shared = entry->second;
+    for (Flow& flow : shared.flows) flow.lastActive += missed;
     look(flowKey, shared, now);
     const std::size_t before = shared.flows.size();
     std::erase_if(shared.flows,
@@ -198,7 +201,8 @@ bool FlowTable<Domain>::isIdle(Flow& flow, double now) const {
 template <class Domain>
 bool FlowTable<Domain>::isRecordDue(const Flow& flow, double now) const {
   const auto due = [&](const FlowCounts& counts) {
-    return !counts.empty() && now - counts.start >= limits_.activeTimeout;
+    const bool setBack = counts.start > now;  // the clock
+    return !counts.empty() && (setBack || now - counts.start >= limits_.activeTimeout);
   };
   return due(flow.sampled) || due(flow.exact);
 }

@@ -56,6 +56,9 @@ struct Flow {
 template <class Domain>
 class FlowTable {
  public:
+  // Seconds between two ticks, of which there is one a second, after which silence proves nothing.
+  static constexpr double kLongestPause = 120;
+
   using FlowKey = FlowTracking::FlowKey<Domain>;
   using Key = FlowTracking::HoFlowKey<Domain>;
   // What happened so far.

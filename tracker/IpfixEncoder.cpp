@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <type_traits>
 
@@ -114,8 +115,13 @@ struct Freed {
   void operator()(T* object) const { Free(object); }
 };
 
+// A time that no clock tells (what is published was damaged, or written by somebody else) is the first or the
+// last one.
 std::uint64_t milliseconds(double utc) {
-  return utc > 0 ? static_cast<std::uint64_t>(utc * 1000) : 0;
+  constexpr double kEnd = 18446744073709551616.0;  // the first that is too large
+  if (!(utc > 0)) return 0;
+  return utc * 1000 < kEnd ? static_cast<std::uint64_t>(utc * 1000)
+                           : std::numeric_limits<std::uint64_t>::max();
 }
 
 std::uint32_t most32(std::uint64_t value) {

@@ -26,7 +26,7 @@ class Reader {
 
   TrackerConfig read() {
     top_.refuseUnknownKeys({"listen", "run_dir", "samples_to_learn", "idle_timeout", "max_flows",
-                            "max_candidates", "interface", "collector", "ipfix"});
+                            "max_candidates", "interface", "collector", "ipfix", "security"});
     config_.listenPlace = top_.placeOf("listen");
     if (auto listen = top_.string("listen")) config_.listen = *std::move(listen);
     if (const auto dir = top_.string("run_dir")) config_.runDir = fromHere(*dir);
@@ -34,6 +34,7 @@ class Reader {
     top_.tables("interface", [&](const TomlTable& table) { readInterface(table); });
     top_.tables("collector", [&](const TomlTable& table) { readCollector(table); });
     if (const auto table = top_.table("ipfix")) readIpfix(*table);
+    if (const auto table = top_.table("security")) config_.security = Pexa::readSecurity(*table);
     return std::move(config_);
   }
 

@@ -10,6 +10,7 @@
 //   [[collector]]                        # address = "HOST:PORT"; at most eight
 //   [ipfix]                              # active_timeout = 60, template_refresh = 60 (seconds),
 //   observation_domain = 1
+//   [security]                           # user, groups, system calls: agent/SecurityConfig.h
 //
 // Relative paths in it are relative to the folder of the file. Neighbours: Daemon.h acts on it.
 #pragma once
@@ -22,6 +23,7 @@
 #include "FlowTable.h"
 #include "Interfaces.h"
 #include "agent/ConfigError.h"
+#include "agent/SecurityConfig.h"
 
 namespace Tracker {
 
@@ -39,6 +41,7 @@ struct TrackerConfig {
   Interfaces interfaces;
   std::vector<CollectorConfig> collectors;
   ExportConfig ipfix;
+  Pexa::SecurityConfig security;
 };
 
 // Reads and checks a configuration file. Throws Pexa::ConfigError at the first thing that is wrong: no file,

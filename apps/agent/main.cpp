@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <new>
 
 #include "agent/Agent.h"
 #include "agent/AgentConfig.h"
@@ -29,7 +30,10 @@ int run(const Options& options) {
     return 0;
   }
   if (!options.runDir.empty()) config.runDir = options.runDir;
-  return Pexa::Agent(config).run(options.untilEnd);
+  Pexa::Agent agent(config);
+  Pexa::seal(config.security,
+             config.hasLivePorts() ? Guard::Sockets::localAndPackets : Guard::Sockets::local);
+  return agent.run(options.untilEnd);
 }
 
 // Standard output belongs to nobody yet; what the agent has to say of itself goes to standard error.
@@ -66,6 +70,10 @@ int main(int argc, char** argv) {
     return run(options);
   } catch (const std::runtime_error& error) {
     fmt::print(stderr, "pexa-agent: {}\n", error.what());
+    return kFailed;
+  } catch (const std::bad_alloc&) {
+    // Its tables and what others want stay: the next one goes on from them.
+    fmt::print(stderr, "pexa-agent: no memory left, expected more of it, or fewer flows\n");
     return kFailed;
   }
 }

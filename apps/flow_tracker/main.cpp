@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <new>
 
 #include "Daemon.h"
 
@@ -31,6 +32,10 @@ constexpr const char* kFooter = R"(Configuration (TOML; all but [[interface]] ma
   active_timeout = 60         seconds after which a flow that goes on is told
   template_refresh = 60       seconds between two sendings of the templates
   observation_domain = 1
+  [security]
+  user = "pexa"               started as root, whom to become once the port is open
+  read_group = "netops"       who may ask, beside those who may read run_dir
+  filter_system_calls = true
 
 SIGTERM ends it in order, SIGUSR1 writes the statistics to the log (standard error).)";
 
@@ -47,7 +52,9 @@ void run(const Options& options) {
     return;
   }
   if (!options.runDir.empty()) config.runDir = options.runDir;
-  Tracker::Daemon(config).run();
+  Tracker::Daemon daemon(config);
+  Pexa::seal(config.security, Guard::Sockets::local);
+  daemon.run();
 }
 
 void logToStandardError() {
@@ -83,6 +90,10 @@ int main(int argc, char** argv) {
     return 0;
   } catch (const std::runtime_error& error) {
     fmt::print(stderr, "flow-tracker: {}\n", error.what());
+    return kFailed;
+  } catch (const std::bad_alloc&) {
+    // What is wanted stays wanted: the next one goes on from it.
+    fmt::print(stderr, "flow-tracker: no memory left, expected more of it, or a smaller max_flows\n");
     return kFailed;
   }
 }

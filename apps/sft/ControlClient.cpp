@@ -69,6 +69,7 @@ void ControlClient::ask(const Kiv::Value& request, const std::function<void(cons
 void ControlClient::send(std::string_view text) {
   while (!text.empty()) {
     const ssize_t sent = ::send(socket_, text.data(), text.size(), MSG_NOSIGNAL);
+    if (sent < 0 && errno == EPIPE) return;  // who lets nobody in says why, and leaves
     if (sent < 0)
       throw CommandError(fmt::format("the {} at {} takes no request: {}", who_, name_, std::strerror(errno)));
     text.remove_prefix(static_cast<std::size_t>(sent));

@@ -60,15 +60,25 @@ void entityIs(Mirro::StateDatabase& state, const Kiv::String& path) {
   state.entityIs(path, Kiv::makePtr<Entity>(path));
 }
 
+// The rights of root were for the ports. One that is live keeps what it takes to open its interface again.
+struct RightsGivenUp {
+  explicit RightsGivenUp(const AgentConfig& config) {
+    if (!config.security.user) return;
+    Guard::become(*config.security.user,
+                  config.hasLivePorts() ? Guard::Keep::rawPackets : Guard::Keep::nothing);
+  }
+};
+
 }  // namespace
 
 class Agent::Impl {
  public:
   explicit Impl(const AgentConfig& config)
       : config_(config),
-        runDir_(config.runDir),
-        trace_(config.runDir / Skein::TraceRing::kFileName),
+        runDir_(config.runDir, config.security.user),
         ports_(config),
+        rights_(config),
+        trace_(config.runDir / Skein::TraceRing::kFileName),
         exporter_(exporterConfig(config), &ports_, collectorChannels(config)),
         panel_(ports_, steps_, reasons_, filters_),
         loop_(io_, ports_, panel_),
@@ -99,12 +109,15 @@ class Agent::Impl {
     }
     ports_.openWriters();
     ports_.statusInto(*statusDir_);
-    control_.emplace(io_, runDir_.controlSocket(), [this](const Kiv::Value& request) {
-      loop_.slices().begin();
-      auto rows = requests_.answer(request);
-      loop_.slices().ended(controlSlices_);
-      return rows;
-    });
+    control_.emplace(
+        io_, runDir_.controlSocket(),
+        [this](const Kiv::Value& request) {
+          loop_.slices().begin();
+          auto rows = requests_.answer(request);
+          loop_.slices().ended(controlSlices_);
+          return rows;
+        },
+        ControlSocket::Access{config_.security.groups, &ControlRequests::changes});
     if (endpoint_) {
       endpoint_->serve(io_, [this] { return metrics_.snapshot(); });
       spdlog::info("metrics at http://{}/metrics", endpoint_->listening().text());
@@ -218,6 +231,8 @@ class Agent::Impl {
   const AgentConfig config_;
   asio::io_context io_;
   RunDir runDir_;
+  AgentPorts ports_;
+  const RightsGivenUp rights_;  // what stands below was made, and goes on, without them
   Skein::TraceRing trace_;
   const Kiv::Ptr<Mirro::StateDatabase> state_ = Kiv::makePtr<Mirro::StateDatabase>("stateDatabase");
   Kiv::Ptr<Quell::SharedTables> sharedMem_ = Kiv::makePtr<Quell::SharedTables>("sharedMem", config_.runDir);
@@ -226,7 +241,6 @@ class Agent::Impl {
   const Kiv::Ptr<Interface::EthIntfStatusDir> statusDir_ =
       Kiv::makePtr<Interface::EthIntfStatusDir>(Kiv::String(kStatusDirPath));
   const Kiv::Ptr<Olt::TaskScheduler> tasks_ = Olt::TaskSchedulerRoot::findOrCreateScheduler();
-  AgentPorts ports_;
   Sflow::SflowExporter exporter_;
   Capture::TraceFilters filters_;
   NamedCounters reasons_;

@@ -25,7 +25,7 @@ class Reader {
 
   AgentConfig read() {
     top_.refuseUnknownKeys({"mode", "run_dir", "plugins", "port", "forward", "replay", "sflow", "metrics",
-                            "state", "trace_filter", "trace"});
+                            "security", "state", "trace_filter", "trace"});
     readMode();
     if (const auto dir = top_.string("run_dir")) config_.runDir = fromHere(*dir);
     top_.strings("plugins", [&](std::string library, ConfigPlace place) {
@@ -36,6 +36,7 @@ class Reader {
     readPace();
     if (const auto table = top_.table("sflow")) readSflow(*table);
     if (const auto table = top_.table("metrics")) readMetrics(*table);
+    if (const auto table = top_.table("security")) config_.security = readSecurity(*table);
     if (const auto table = top_.table("state")) readStates(*table);
     top_.tables("trace_filter", [&](const TomlTable& table) { readTraceFilter(table); });
     if (const auto table = top_.table("trace")) readTrace(*table);
@@ -255,6 +256,11 @@ class Reader {
 };
 
 }  // namespace
+
+bool AgentConfig::hasLivePorts() const {
+  return std::any_of(ports.begin(), ports.end(),
+                     [](const PortConfig& port) { return port.kind == Capture::PortKind::device; });
+}
 
 AgentConfig readAgentConfig(const std::filesystem::path& file) {
   const toml::table tree = parseToml(file);

@@ -8,6 +8,7 @@
 //   [replay]                             # pace = "fast" or "recorded"
 //   [sflow]                              # agent = "ADDRESS", collectors = ["HOST:PORT"]
 //   [metrics]                            # listen = "127.0.0.1:9475": the Prometheus endpoint
+//   [security]                           # user, groups, system calls: SecurityConfig.h
 //   [state."path"]                       # attribute = value
 //   [[trace_filter]]                     # name, expression (as of tcpdump): whose packets are traced
 //   [trace.level]                        # "Pexa::Sft" = 0 to 9: text traces to the log
@@ -24,6 +25,7 @@
 #include "ConfigError.h"
 #include "Kiv.h"
 #include "PexaPlugin.h"
+#include "SecurityConfig.h"
 #include "capture/PortDevice.h"
 #include "capture/ReplayPort.h"
 #include "metrics/MetricEndpoint.h"
@@ -97,9 +99,12 @@ struct AgentConfig {
   Capture::Pace pace = Capture::Pace::fast;
   std::optional<SflowConfig> sflow;      // none: samples are taken and counted, and go nowhere
   std::optional<MetricsConfig> metrics;  // none: no endpoint
+  SecurityConfig security;
   std::vector<StateConfig> states;
   std::vector<TraceFilterConfig> traceFilters;
   std::vector<TraceLevelConfig> traceLevels;
+
+  bool hasLivePorts() const;
 };
 
 // Reads and checks a configuration file. Throws ConfigError at the first thing that is wrong: no file, broken

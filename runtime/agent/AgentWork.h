@@ -31,16 +31,19 @@ class PortStatusWork : public Work {
   PortStatusWork(AgentPorts& ports, Kiv::Ptr<Interface::EthIntfStatusDir> dir)
       : ports_(ports), dir_(std::move(dir)) {}
   std::string_view name() const override { return "ports"; }
-  double next() const override { return next_; }
+  double next() const override {
+    const bool setBack = Kiv::System::currentTimeUtc() < looked_;  // the clock: else nothing for as long
+    return setBack ? 0 : looked_ + kInterval;
+  }
   void run(double now, double /*slice*/) override {
     ports_.statusInto(*dir_);
-    next_ = now + kInterval;
+    looked_ = now;
   }
 
  private:
   AgentPorts& ports_;
   Kiv::Ptr<Interface::EthIntfStatusDir> dir_;
-  double next_ = 0;
+  double looked_ = -kInterval;
 };
 
 // Tells reactors what other processes changed in shared tables, and wakes those who watch ours.

@@ -15,9 +15,17 @@ struct ConfigPlace {
 // The text reads "FILE:LINE: what, expected what".
 class ConfigError : public std::runtime_error {
  public:
-  ConfigError(const ConfigPlace& place, const std::string& what) : std::runtime_error(lead(place) + what) {}
+  ConfigError(const ConfigPlace& place, const std::string& what)
+      : std::runtime_error(oneLine(lead(place) + what)) {}
 
  private:
+  // TOML's texts and keys may hold what ends a line, or moves about on a terminal.
+  static std::string oneLine(std::string text) {
+    for (char& each : text) {
+      if (static_cast<unsigned char>(each) < ' ' || each == '\x7f') each = '?';
+    }
+    return text;
+  }
   static std::string lead(const ConfigPlace& place) {
     return place.line == 0 ? place.file + ": " : place.file + ':' + std::to_string(place.line) + ": ";
   }

@@ -48,6 +48,7 @@ void addSamplerRows(const Sflow::SflowSamplerHelperBase& sampler, const AgentPor
 struct ControlRequests::Request {
   std::string_view name;
   Rows (ControlRequests::*answer)(const Value& request);
+  bool changes = false;
 };
 
 const ControlRequests::Request ControlRequests::kRequests[] = {
@@ -60,13 +61,20 @@ const ControlRequests::Request ControlRequests::kRequests[] = {
     {"local", &ControlRequests::local},
     {"local display", &ControlRequests::localDisplay},
     {"state get", &ControlRequests::stateGet},
-    {"state set", &ControlRequests::stateSet},
+    {"state set", &ControlRequests::stateSet, true},
     {"attr get", &ControlRequests::attrGet},
-    {"attr set", &ControlRequests::attrSet},
-    {"attr call", &ControlRequests::attrCall},
+    {"attr set", &ControlRequests::attrSet, true},
+    {"attr call", &ControlRequests::attrCall, true},
     {"trace levels", &ControlRequests::traceLevels},
-    {"trace level", &ControlRequests::traceLevel},
+    {"trace level", &ControlRequests::traceLevel, true},
 };
+
+bool ControlRequests::changes(const Value& request) {
+  const Value* name = request.member("request");
+  return name != nullptr && std::any_of(std::begin(kRequests), std::end(kRequests), [&](const Request& each) {
+           return each.changes && each.name == name->text();
+         });
+}
 
 ControlSocket::Rows ControlRequests::answer(const Value& request) {
   const Kiv::String& name = textMember(request, "request");

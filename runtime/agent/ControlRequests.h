@@ -14,6 +14,8 @@
 //   trace levels                                     {"name","channel","level"} for each
 //   trace level name level                           level -1 to 9
 //
+// "set", "call" and "trace level" change something, all else only asks.
+//
 // Threading: the event thread.
 #pragma once
 
@@ -46,6 +48,8 @@ class ControlRequests {
 
   // Throws std::runtime_error (Kiv::TypeError, Kiv::ValueError) with what is wrong; nothing is changed then.
   ControlSocket::Rows answer(const Kiv::Value& request);
+  // Whether a request may change anything. One that nobody knows does not.
+  static bool changes(const Kiv::Value& request);
 
  private:
   using Rows = ControlSocket::Rows;

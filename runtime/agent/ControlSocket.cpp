@@ -1,42 +1,47 @@
 #include "ControlSocket.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <asio.hpp>
 #include <set>
 
-#include "json/JsonText.h"
+#include "ControlConnection.h"
+#include "guard/LogLimit.h"
 
 namespace Pexa {
 
 using Protocol = asio::local::stream_protocol;
 
-namespace {
-
-std::string line(std::string_view member, Kiv::Value value) {
-  return Json::text(Kiv::Value::Object{{Kiv::String(member), std::move(value)}}) + '\n';
-}
-
-}  // namespace
-
 class ControlSocket::Server : public std::enable_shared_from_this<Server> {
  public:
-  Server(asio::io_context& io, const std::filesystem::path& path, Handler handler)
-      : acceptor_(io), path_(path), handler_(std::move(handler)) {
+  Server(asio::io_context& io, const std::filesystem::path& path, Handler handler, Access access)
+      : acceptor_(io),
+        retry_(io),
+        path_(path),
+        handler_(std::move(handler)),
+        changes_(std::move(access.changes)),
+        rules_(path.parent_path(), access.groups) {
     if (path.native().size() >= sizeof(sockaddr_un::sun_path)) {
       throw std::runtime_error(fmt::format("{}: too long for a socket, expected at most {} bytes",
                                            path.native(), sizeof(sockaddr_un::sun_path) - 1));
     }
     try {
       std::filesystem::remove(path);
-      acceptor_.open();
-      acceptor_.bind(Protocol::endpoint(path.native()));
+      bind();
       acceptor_.listen();
     } catch (const std::system_error& error) {
       throw std::runtime_error(fmt::format("{}: cannot serve it: {}", path.native(), error.code().message()));
     }
+    reserve();
+  }
+  ~Server() {
+    if (reserve_ >= 0) ::close(reserve_);
   }
 
   void accept();
@@ -44,135 +49,133 @@ class ControlSocket::Server : public std::enable_shared_from_this<Server> {
   std::size_t clients() const { return clients_.size(); }
 
  private:
-  class Client;
+  using Connection = ControlConnection::Shared;
+
+  void bind();
+  void admit(Protocol::socket socket);
+  bool makeRoom();
+  void cannotAccept(const asio::error_code& error);
+  void reserve() { reserve_ = ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
+  Rows answer(const Kiv::Value& request, const Guard::Peer& peer);
+  std::string refusal(const Guard::Peer& peer, std::string_view what, const std::string& expected);
 
   Protocol::acceptor acceptor_;
-  std::filesystem::path path_;
-  Handler handler_;
-  std::set<std::shared_ptr<Client>> clients_;
+  asio::steady_timer retry_;
+  const std::filesystem::path path_;
+  const Handler handler_;
+  const std::function<bool(const Kiv::Value& request)> changes_;
+  const Guard::AccessRules rules_;
+  std::set<Connection> clients_;
+  Guard::LogLimit refusals_;
+  Guard::LogLimit failures_;
+  int reserve_ = -1;  // a descriptor to give away, so that a client can be told that there is none
 };
 
-// One connection: reads a line, writes its answer slice by slice, reads the next line.
-class ControlSocket::Server::Client : public std::enable_shared_from_this<Client> {
- public:
-  Client(Protocol::socket socket, std::weak_ptr<Server> server)
-      : socket_(std::move(socket)), server_(std::move(server)), received_(kMostRequestBytes) {}
-
-  void read() {
-    asio::async_read_until(socket_, received_, '\n',
-                           [self = shared_from_this()](const asio::error_code& error, std::size_t bytes) {
-                             self->handleRead(error, bytes);
-                           });
+// A socket's file gets the mode of the socket itself: nobody can connect before it is right.
+void ControlSocket::Server::bind() {
+  acceptor_.open();
+  ::fchmod(acceptor_.native_handle(), rules_.socketMode());
+  const mode_t before = ::umask(0);
+  asio::error_code error;
+  acceptor_.bind(Protocol::endpoint(path_.native()), error);
+  ::umask(before);
+  if (error) throw std::system_error(error);
+  // Not granted: then the group cannot connect, which is told by the kernel.
+  if (const auto group = rules_.socketGroup()) {
+    [[maybe_unused]] const int ignored = ::lchown(path_.c_str(), static_cast<uid_t>(-1), *group);
   }
-  void refuse(std::string_view why) {
-    last_ = true;
-    answer_ = line("error", why);
-    write();
-  }
-  void close() {
-    asio::error_code ignored;
-    socket_.close(ignored);
-  }
-
- private:
-  void handleRead(const asio::error_code& error, std::size_t bytes) {
-    if (error == asio::error::not_found) {
-      return refuse(fmt::format("request longer than {} bytes", kMostRequestBytes));
-    }
-    if (error) return leave();
-    const auto* text = static_cast<const char*>(received_.data().data());
-    answerTo(std::string_view(text, bytes - 1));
-    received_.consume(bytes);
-    formSlice();
-    write();
-  }
-
-  void answerTo(std::string_view text) {
-    const auto server = server_.lock();
-    if (!server) return;
-    try {
-      const Kiv::Value request = Json::parse(text);
-      if (request.as<Kiv::Value::Object>() == nullptr) throw Kiv::ValueError("a request is a JSON object");
-      rows_ = server->handler_(request);
-    } catch (const std::runtime_error& error) {
-      answer_ = line("error", error.what());
-    }
-  }
-
-  // Forms rows until a slice is full; the end mark behind the last one.
-  void formSlice() {
-    try {
-      while (rows_ && answer_.size() < kSliceBytes) {
-        if (auto row = rows_()) {
-          answer_ += line("row", *std::move(row));
-        } else {
-          rows_ = nullptr;
-          answer_ += line("end", true);
-        }
-      }
-    } catch (const std::runtime_error& error) {
-      rows_ = nullptr;
-      answer_ += line("error", error.what());
-    }
-  }
-
-  void write() {
-    asio::async_write(socket_, asio::buffer(answer_),
-                      [self = shared_from_this()](const asio::error_code& error, std::size_t) {
-                        self->handleWritten(error);
-                      });
-  }
-
-  void handleWritten(const asio::error_code& error) {
-    if (error || last_) return leave();
-    answer_.clear();
-    if (!rows_) return read();
-    formSlice();
-    write();
-  }
-
-  void leave() {
-    rows_ = nullptr;
-    close();
-    if (const auto server = server_.lock()) server->clients_.erase(shared_from_this());
-  }
-
-  Protocol::socket socket_;
-  std::weak_ptr<Server> server_;
-  asio::streambuf received_;
-  Rows rows_;           // the rest of the answer; empty between requests
-  std::string answer_;  // being written
-  bool last_ = false;   // nothing is read behind this answer
-};
+}
 
 void ControlSocket::Server::accept() {
   acceptor_.async_accept([weak = weak_from_this()](const asio::error_code& error, Protocol::socket socket) {
     const auto self = weak.lock();
     if (!self || !self->acceptor_.is_open()) return;
-    if (!error) {
-      const bool full = self->clients_.size() >= kMostClients;
-      const auto client = std::make_shared<Client>(std::move(socket), weak);
-      if (full) {
-        client->refuse(fmt::format("{} clients are connected already, expected fewer", kMostClients));
-      } else {
-        self->clients_.insert(client);
-        client->read();
-      }
-    }
+    if (error) return self->cannotAccept(error);
+    self->admit(std::move(socket));
     self->accept();
   });
+}
+
+void ControlSocket::Server::admit(Protocol::socket socket) {
+  const auto peer = Guard::peerOf(socket.native_handle());
+  const auto client = std::make_shared<ControlConnection>(std::move(socket), peer.value_or(Guard::Peer{}));
+  if (!peer) return client->refuse("the kernel does not tell who asks, expected a local process");
+  if (!rules_.mayRead(*peer)) return client->refuse(refusal(*peer, "ask", rules_.readersText()));
+  if (clients_.size() >= kMostClients && !makeRoom()) {
+    return client->refuse(fmt::format("{} clients are connected already, expected fewer", kMostClients));
+  }
+  client->ownerIs(
+      {[this](const Kiv::Value& request, const Guard::Peer& from) { return answer(request, from); },
+       [this](const Connection& left) { clients_.erase(left); }});
+  clients_.insert(client);
+  client->read();
+}
+
+// Lets go of the client that has been silent for longest, when that is long enough.
+bool ControlSocket::Server::makeRoom() {
+  const auto oldest = std::min_element(
+      clients_.begin(), clients_.end(),
+      [](const auto& left, const auto& right) { return left->lastActive() < right->lastActive(); });
+  if (ControlConnection::Clock::now() - (*oldest)->lastActive() < kPatience) return false;
+  (*oldest)->ownerIs({});
+  (*oldest)->close();
+  clients_.erase(oldest);
+  return true;
+}
+
+// No descriptors or no memory. Whoever waits is told, with the descriptor that was kept for this; the others
+// are looked at again later, since they would only fail again and again.
+void ControlSocket::Server::cannotAccept(const asio::error_code& error) {
+  const std::string why = fmt::format("no connection can be taken: {}", error.message());
+  if (failures_.allows()) spdlog::error("{}: {}{}", path_.native(), why, failures_.more());
+  if (reserve_ >= 0) {
+    ::close(reserve_);
+    const int waiting = ::accept4(acceptor_.native_handle(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (waiting >= 0) {
+      const std::string line = controlLine("error", why);
+      [[maybe_unused]] const ssize_t ignored = ::send(waiting, line.data(), line.size(), MSG_NOSIGNAL);
+      ::close(waiting);
+    }
+  }
+  reserve();
+  retry_.expires_after(kPause);
+  retry_.async_wait([weak = weak_from_this()](const asio::error_code& stopped) {
+    const auto self = weak.lock();
+    if (self && !stopped && self->acceptor_.is_open()) self->accept();
+  });
+}
+
+ControlSocket::Rows ControlSocket::Server::answer(const Kiv::Value& request, const Guard::Peer& peer) {
+  if (changes_ && changes_(request) && !rules_.mayChange(peer)) {
+    throw std::runtime_error(refusal(peer, "change anything", rules_.changersText()));
+  }
+  return handler_(request);
+}
+
+std::string ControlSocket::Server::refusal(const Guard::Peer& peer, std::string_view what,
+                                           const std::string& expected) {
+  if (refusals_.allows()) {
+    spdlog::warn("{}: user {} (process {}) may not {}, refused{}", path_.native(), peer.user, peer.process,
+                 what, refusals_.more());
+  }
+  return fmt::format("user {} may not {} here, expected {}", peer.user, what, expected);
 }
 
 void ControlSocket::Server::close() {
   asio::error_code ignored;
   acceptor_.close(ignored);
-  for (const auto& client : clients_) client->close();
+  retry_.cancel();
+  for (const auto& client : clients_) {
+    client->ownerIs({});
+    client->close();
+  }
   clients_.clear();
   ::unlink(path_.c_str());
 }
 
-ControlSocket::ControlSocket(asio::io_context& io, const std::filesystem::path& path, Handler handler)
-    : server_(std::make_shared<Server>(io, path, std::move(handler))) {
+ControlSocket::ControlSocket(asio::io_context& io, const std::filesystem::path& path, Handler handler,
+                             Access access)
+    : server_(std::make_shared<Server>(io, path, std::move(handler), std::move(access))) {
   server_->accept();
 }
 

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+
+#include "guard/Privileges.h"
 
 namespace Pexa {
 
@@ -10,12 +13,20 @@ namespace Pexa {
 // a process with one thread.
 void groupMayWriteAsIn(const std::filesystem::path& runDir);
 
+// For a daemon: makes the directory when it is absent, readable by its group and nobody else, and the owner's
+// when one is told, the user that this process is about to become. Then as above.
+//
+// Throws std::runtime_error when it cannot be made, when anybody may write it, or when it is somebody else's:
+// neither root's, nor this process's or the owner's, nor open to a group of theirs.
+void runDirIs(const std::filesystem::path& path, const std::optional<Guard::User>& owner = {});
+
 class RunDir {
  public:
-  // Takes the directory's lock, a file named agent.lock that holds the agent's process id; the lock goes with
-  // the process, however it ends. Throws std::runtime_error when the directory cannot be made or written, or
-  // another agent holds it (the text names its process).
-  explicit RunDir(const std::filesystem::path& path);
+  // The directory as above, with its lock: a file named agent.lock that holds the agent's process id; the
+  // lock goes with the process, however it ends. Throws std::runtime_error, too, when the directory cannot be
+  // written, something else than a file stands in the lock's place, or another agent holds it (the text names
+  // its process).
+  explicit RunDir(const std::filesystem::path& path, const std::optional<Guard::User>& owner = {});
   ~RunDir();
   RunDir(const RunDir&) = delete;
   RunDir& operator=(const RunDir&) = delete;

@@ -29,18 +29,9 @@ void TaskWork::run(double /*now*/, double slice) {
   scheduler_->run(clockSlice);
 }
 
-bool TaskWork::unfinished() const {
-  if (scheduler_->due() > 0) return true;
-  return std::any_of(awaited_.begin(), awaited_.end(), [this](const Awaited& each) {
-    const auto& tasks = scheduler_->tasks();
-    const bool there = std::find(tasks.begin(), tasks.end(), each.timer) != tasks.end();
-    return there && each.timer->runs() == each.runs && timerDue(*each.timer) != Olt::TimerTask::kNever;
-  });
-}
-
 void TaskWork::capturesEnded() {
-  for (const Olt::Task* task : scheduler_->tasks()) {
-    if (timerDue(*task) != Olt::TimerTask::kNever) awaited_.push_back({task, task->runs()});
+  for (Olt::Task* task : scheduler_->tasks()) {
+    if (timerDue(*task) != Olt::TimerTask::kNever) task->scheduleTask();
   }
 }
 

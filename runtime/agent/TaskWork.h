@@ -1,8 +1,6 @@
 // The scheduler's slice of each turn of the agent's loop, and its tasks as an operator sees them.
 #pragma once
 
-#include <vector>
-
 #include "Olt.h"
 #include "Work.h"
 
@@ -14,20 +12,13 @@ class TaskWork : public Work {
   std::string_view name() const override { return "tasks"; }
   double next() const override { return scheduler_->next(); }
   void run(double now, double slice) override;
-  // While a task is due; and, once the captures have ended, until each timer that was set by then has gone
-  // off and was run: what counts packets once in a while has counted the last ones then.
-  bool unfinished() const override;
+  bool unfinished() const override { return scheduler_->due() > 0; }
+  // Timers that are set go off now instead of at their time: what counts packets once in a while counts the
+  // last ones, and nobody waits for it.
   void capturesEnded() override;
 
  private:
-  // Compared only: the task may be gone.
-  struct Awaited {
-    const Olt::Task* timer;
-    std::uint64_t runs;
-  };
-
   Kiv::Ptr<Olt::TaskScheduler> scheduler_;
-  std::vector<Awaited> awaited_;
 };
 
 // A row for each task, for `sft tasks`: "due" is 0 for one that is due, the seconds until a timer goes off,

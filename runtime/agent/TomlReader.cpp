@@ -83,6 +83,14 @@ std::string TomlTable::neededString(std::string_view key) const {
   throw ConfigError(place(), fmt::format("{} has no \"{}\", expected {} = \"...\"", what_, key, key));
 }
 
+std::optional<bool> TomlTable::boolean(std::string_view key) const {
+  const toml::node* node = table_->get(key);
+  if (node == nullptr) return std::nullopt;
+  const auto* held = node->as_boolean();
+  if (held == nullptr) refuse(*node, key, "true or false");
+  return held->get();
+}
+
 std::optional<std::int64_t> TomlTable::integer(std::string_view key, std::int64_t least,
                                                std::int64_t most) const {
   const toml::node* node = table_->get(key);

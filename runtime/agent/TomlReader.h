@@ -35,6 +35,7 @@ class TomlTable {
   std::optional<std::string> string(std::string_view key) const;
   std::string neededString(std::string_view key) const;
   std::optional<std::int64_t> integer(std::string_view key, std::int64_t least, std::int64_t most) const;
+  std::optional<bool> boolean(std::string_view key) const;
   // Calls with (text, place) for each; nothing when the key is absent.
   template <class Each>
   void strings(std::string_view key, const Each& each) const {

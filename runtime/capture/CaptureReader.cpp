@@ -46,6 +46,8 @@ CaptureReader::CaptureReader(std::string path) : path_(std::move(path)) {
     throw CaptureError(
         fmt::format("capture {}: link type {}, but ports are Ethernet (1)", path_, linkTypeText(linkType)));
   }
+  const auto snapshot = static_cast<std::uint32_t>(std::max(::pcap_snapshot(handle_), 0));
+  window_ = RecordWindow::of(file, std::min(snapshot, PacketBuffer::kMostPacket));
 }
 
 CaptureReader::~CaptureReader() {
@@ -53,13 +55,44 @@ CaptureReader::~CaptureReader() {
 }
 
 CaptureReader::Result CaptureReader::next(ReceivedPacket& packet) {
+  if (leftWindow_) window_.reset();
+  if (window_) window_->release();
+  copies_.clear();
+  copied_ = 0;
+  return nextBeside(packet);
+}
+
+CaptureReader::Result CaptureReader::nextBeside(ReceivedPacket& packet) {
   if (last_ != Result::packet) return last_;
+  if (window_ && !leftWindow_) {
+    switch (window_->next(packet)) {
+      case RecordWindow::Result::packet:
+        ++packets_;
+        return Result::packet;
+      case RecordWindow::Result::full:
+        return Result::full;
+      case RecordWindow::Result::unusual:
+        leaveWindow();
+    }
+  }
+  return read(packet);
+}
+
+// From here on libpcap reads. The packets of this burst that lie in the window stay.
+void CaptureReader::leaveWindow() {
+  std::fseek(::pcap_file(handle_), static_cast<long>(window_->offset()), SEEK_SET);
+  leftWindow_ = true;
+}
+
+CaptureReader::Result CaptureReader::read(ReceivedPacket& packet) {
+  if (copied_ == PortDevice::kMostBurst) return Result::full;
   pcap_pkthdr* header = nullptr;
   const unsigned char* bytes = nullptr;
   switch (::pcap_next_ex(handle_, &header, &bytes)) {
     case 1:
       ++packets_;
-      packet.pkt = Pavo::Pkt(bytes, header->caplen, header->len);
+      ++copied_;
+      packet.pkt = copies_.copy({bytes, header->caplen, header->len});
       packet.timeNs = nanoseconds(header->ts);
       return Result::packet;
     case PCAP_ERROR_BREAK:
@@ -73,7 +106,8 @@ double CaptureReader::read() const {
   std::FILE* file = ::pcap_file(handle_);
   struct stat status {};
   if (::fstat(::fileno(file), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) return 0;
-  const auto place = static_cast<double>(std::ftell(file));
+  const auto place = window_ && !leftWindow_ ? static_cast<double>(window_->offset())
+                                             : static_cast<double>(std::ftell(file));
   return std::clamp(place / static_cast<double>(status.st_size), 0.0, 1.0);
 }
 

@@ -7,7 +7,9 @@
 #include <memory>
 #include <string>
 
+#include "capture/PacketBuffer.h"
 #include "capture/PortDevice.h"
+#include "capture/RecordWindow.h"
 
 struct pcap;
 
@@ -22,10 +24,14 @@ class CaptureReader {
   CaptureReader(const CaptureReader&) = delete;
   CaptureReader& operator=(const CaptureReader&) = delete;
 
-  enum class Result : std::uint8_t { packet, end, damaged };
-  // The next packet; its bytes are valid until the next call. Behind the last readable packet of a damaged
-  // file comes `damaged`, for good. Allocates only for a packet larger than any before it.
+  enum class Result : std::uint8_t { packet, full, end, damaged };
+  // The next packet; its bytes are valid until the next call, and never more than PacketBuffer::kMostPacket.
+  // Behind the last readable packet of a damaged file comes `damaged`, for good. Allocates only for a packet
+  // larger than any before it.
   Result next(ReceivedPacket& packet);
+  // The same, but packets that were given since the last next() stay valid as well. `full`: there is no room
+  // beside them; next() goes on. REQUIRES: a next() before it.
+  Result nextBeside(ReceivedPacket& packet);
 
   const std::string& path() const { return path_; }
   // Packets read so far.
@@ -37,13 +43,19 @@ class CaptureReader {
   const std::string& error() const { return error_; }
 
  private:
+  Result read(ReceivedPacket& packet);
+  void leaveWindow();
   Result damaged();
 
   std::string path_;
   std::string error_;
   pcap* handle_ = nullptr;
+  std::unique_ptr<RecordWindow> window_;  // null when the file is not as usual
+  PacketBuffer copies_;                   // of libpcap's packets, which it overwrites
+  std::size_t copied_ = 0;
   std::uint64_t packets_ = 0;
   Result last_ = Result::packet;
+  bool leftWindow_ = false;  // from here on the file is not as usual
 };
 
 }  // namespace Capture

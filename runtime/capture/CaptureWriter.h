@@ -35,6 +35,7 @@ class CaptureWriter {
   std::string path_;
   std::string error_;
   std::vector<char> buffer_;  // the stream's
+  bool toNowhere_ = false;    // /dev/null: a record of it need not be formed
   pcap* handle_ = nullptr;
   pcap_dumper* dumper_ = nullptr;
 };

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "capture/CaptureReader.h"
-#include "capture/PacketBuffer.h"
 #include "capture/PortDevice.h"
 
 namespace Capture {
@@ -33,10 +32,9 @@ class ReplayPort : public PortDevice {
   void replayHeldIs(bool held) override { held_ = held; }
 
  private:
-  bool fetch();
+  bool fetch(bool beside);
 
   CaptureReader reader_;
-  PacketBuffer buffer_;
   ReceivedPacket pending_;  // read, and not due yet
   Pace pace_;
   bool havePending_ = false;

@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 
+#include "KivPrefetch.h"
 #include "Quell.h"
 #include "QuellLayout.h"
 #include "quell/TablePlace.h"
@@ -71,10 +72,7 @@ class TableFile {
   Layout::Word* slot(std::uint64_t number) const {
     return reinterpret_cast<Layout::Word*>(records() + number * slotBytes_);
   }
-  void prefetchSlot(std::uint64_t number) const {
-    const auto* at = reinterpret_cast<const std::byte*>(slot(number));
-    for (const std::byte* line = at; line < at + slotBytes_; line += 64) __builtin_prefetch(line);
-  }
+  void prefetchSlot(std::uint64_t number) const { Kiv::prefetch(slot(number), slotBytes_); }
   std::uint64_t slotBytes() const { return slotBytes_; }
   std::uint64_t journalEntryBytes() const { return journalEntryBytes_; }
   std::size_t keyBytes() const { return identity_.keyBytes; }

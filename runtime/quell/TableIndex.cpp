@@ -138,7 +138,7 @@ void TableIndex::prefetchSplit() const {
     const std::uint64_t slot = entrySlot(word.load(std::memory_order_relaxed));
     if (slot < space_.slots()) file_.prefetchSlot(slot);
   }
-  __builtin_prefetch(&file_.bucket(from + 1));
+  Kiv::prefetch(&file_.bucket(from + 1));
 }
 
 // Moves entries forward into free places, then lets go of the buckets at the end that are not needed. Copies

@@ -254,7 +254,7 @@ void TableScan::prefetchBehind(std::uint64_t position, std::uint64_t number) {
   };
   visitSlots(behind(), [&](std::uint64_t slot) { place_.ahead.push_back(file_.slot(slot)); });
   visitSlots(behind(), [&](std::uint64_t slot) { file_.prefetchSlot(slot); });
-  __builtin_prefetch(&file_.bucket(behind()));
+  Kiv::prefetch(&file_.bucket(behind()));
 }
 
 bool TableScan::ahead(void* key) {

@@ -195,10 +195,13 @@ void SflowExporter::addCounters(std::uint32_t portIndex) {
 double SflowExporter::nextCounters() {
   double next = std::numeric_limits<double>::infinity();
   if (counters_ == nullptr || counterInterval_ <= 0 || collectors_.empty()) return next;
+  const double latest = Kiv::System::currentTimeUtc() + counterInterval_;  // the clock may have been set back
   for (std::uint32_t portIndex = 0; portIndex < counters_->ports(); ++portIndex) {
-    next = std::min(next, source(portIndex).counterTime);
+    double& due = source(portIndex).counterTime;
+    due = std::min(due, latest);
+    next = std::min(next, due);
   }
-  return std::min(next, Kiv::System::currentTimeUtc() + counterInterval_);  // should the clock be set back
+  return next;
 }
 
 SflowExporter::Source& SflowExporter::source(std::uint32_t portIndex) {

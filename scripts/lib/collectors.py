@@ -66,6 +66,6 @@ class Sfcapd(NfdumpCollector):
 
 
 def flow_key(row):
-    """The flow of a record."""
+    """The flow of a record; VLAN 0 when the record does not tell."""
     source, destination = (ipaddress.ip_address(row.get(f"{end}4_addr") or row[f"{end}6_addr"]).packed for end in ("src", "dst"))
-    return FlowKey(row["src_vlan"], source, destination, row["proto"], row["src_port"], row["dst_port"])
+    return FlowKey(row.get("src_vlan", 0), source, destination, row["proto"], row["src_port"], row["dst_port"])

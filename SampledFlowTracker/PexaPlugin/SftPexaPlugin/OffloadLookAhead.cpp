@@ -49,8 +49,8 @@ void OffloadLookAhead::findOne(const HoFlowStatus& hoFlowStatus, const Counters&
   if (entry == nullptr) return;
   candidate->counter = entry->value.get();
   const auto* counter = reinterpret_cast<const char*>(candidate->counter);
-  for (std::size_t at = 0; at < sizeof(*candidate->counter); at += 64) __builtin_prefetch(counter + at, 1);
-  __builtin_prefetch(counter + sizeof(*candidate->counter) - 1, 1);
+  Kiv::prefetch(counter, sizeof(*candidate->counter));
+  Kiv::prefetch(counter + sizeof(*candidate->counter) - 1);
 }
 
 void OffloadLookAhead::find(const HoFlowStatus& hoFlowStatus, const Counters& localHoCounters) {

@@ -162,6 +162,10 @@ TEST_F(AgentConfigTest, UnknownKeysAreRefusedWhereTheyStand) {
               StartsWith("2: unknown key \"names\" in [[trace_filter]]"));
 }
 
+TEST_F(AgentConfigTest, AnErrorIsOneLineWhateverItNames) {
+  EXPECT_THAT(errorOf("\"a\\nb\\u001bc\" = 1\n"), StartsWith("1: unknown key \"a?b?c\" in the file"));
+}
+
 TEST_F(AgentConfigTest, WrongTypesSayWhatWasExpected) {
   EXPECT_THAT(errorOf("plugins = \"a.so\""),
               StartsWith("1: \"plugins\" of the file is \"a.so\", expected a list of strings"));

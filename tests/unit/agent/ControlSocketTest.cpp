@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -180,6 +182,64 @@ TEST_F(ControlSocketTest, OneClientTooManyIsRefused) {
   turn();
   Client next(path_);
   EXPECT_EQ(answerTo(next, "{}\n"), "{\"row\":{}}\n{\"end\":true}\n");
+}
+
+TEST_F(ControlSocketTest, WithoutDescriptorsAClientIsToldAndTheProcessRests) {
+  serveEcho();
+  Client waiting(path_);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int next = ::dup(0);  // the lowest free one: nothing above it can be opened
+  ::close(next);
+  const rlimit none{static_cast<rlim_t>(next), before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  std::size_t turns = 0;
+  for (; turns < 1000 && io_.poll() != 0; ++turns) io_.restart();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_LT(turns, 10U);  // else it tries again and again at once
+  EXPECT_THAT(waiting.received(), HasSubstr("{\"error\":\"no connection can be taken: Too many open files"));
+  EXPECT_TRUE(waiting.closed());
+  io_.restart();
+  Client later(path_);
+  later.send("{}\n");
+  std::string answer;
+  while (answer.empty() && io_.run_one_for(std::chrono::seconds(60)) != 0) answer = later.received();
+  EXPECT_EQ(answer, "{\"row\":{}}\n{\"end\":true}\n");
+}
+
+TEST_F(ControlSocketTest, AnAnswerForWhichThereIsNoMemoryIsAnError) {
+  serve([](const Kiv::Value& request) -> Pexa::ControlSocket::Rows {
+    if (request.member("at once") != nullptr) throw std::bad_alloc();
+    return []() -> std::optional<Kiv::Value> { throw std::bad_alloc(); };
+  });
+  Client client(path_);
+  for (const char* request : {"{\"at once\":1}\n", "{}\n"}) {
+    EXPECT_EQ(answerTo(client, request), "{\"error\":\"there is not enough memory for the answer\"}\n");
+  }
+}
+
+TEST_F(ControlSocketTest, AnOldAgentsLinkIsTakenAwayAndNotFollowed) {
+  const auto victim = path_.parent_path() / "victim";
+  std::ofstream(victim) << "precious";
+  std::filesystem::create_symlink(victim, path_);
+  serveEcho();
+  EXPECT_TRUE(Client(path_).connected());
+  EXPECT_TRUE(std::filesystem::is_socket(std::filesystem::symlink_status(path_)));
+  EXPECT_EQ(std::filesystem::file_size(victim), 8U);
+}
+
+TEST_F(ControlSocketTest, ItsFileIsNoWiderThanTheRightsOfTheDirectory) {
+  const auto modeWithDirectory = [&](unsigned directory) {
+    server_.reset();
+    std::filesystem::permissions(path_.parent_path(), std::filesystem::perms(directory));
+    const mode_t before = ::umask(0077);  // whatever this is
+    serveEcho();
+    ::umask(before);
+    return static_cast<unsigned>(std::filesystem::status(path_).permissions());
+  };
+  EXPECT_EQ(modeWithDirectory(0700), 0600U);
+  EXPECT_EQ(modeWithDirectory(0750), 0660U);
+  EXPECT_EQ(modeWithDirectory(0755), 0660U);
 }
 
 TEST_F(ControlSocketTest, TakesTheFileOfADeadAgentAndLeavesNone) {

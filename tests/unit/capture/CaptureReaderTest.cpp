@@ -34,8 +34,8 @@ std::vector<std::uint8_t> bytesOf(const Pavo::Pkt& pkt) {
 class CaptureReading : public testing::Test {
  protected:
   template <class Text>
-  std::string write(const Text& text) {
-    std::string path = folder_.path() + "/some.pcap";
+  std::string write(const Text& text, const std::string& name = "some.pcap") {
+    std::string path = folder_.path() + '/' + name;
     text.writeTo(path);
     return path;
   }
@@ -134,6 +134,85 @@ TEST_F(CaptureReading, PacketsOfNoBytesAndOf80KilobytesAreTaken) {
   CaptureReader reader(write(
       PcapText().packet(PacketBuilder().cutTo(0).build()).packet(somePacket(80'000)).packet(somePacket())));
   EXPECT_EQ(readAll(reader, Result::end), 3U);
+}
+
+// Packets, each of other bytes, as many as fill a reader's buffers several times.
+std::vector<Packet> manyPackets() {
+  std::vector<Packet> packets;
+  for (std::size_t i = 0; i < 1000; ++i) packets.push_back(somePacket(i * 7 % 1400));
+  return packets;
+}
+using Bytes = std::vector<std::vector<std::uint8_t>>;
+Bytes bytesOf(const std::vector<Packet>& packets) {
+  Bytes bytes;
+  for (const Packet& each : packets) bytes.push_back(each.bytes);
+  return bytes;
+}
+// All packets, looked at when no more would fit beside them.
+Bytes readInBursts(CaptureReader& reader, Result end) {
+  Bytes bytes;
+  std::vector<ReceivedPacket> burst;
+  ReceivedPacket packet;
+  Result result = Result::packet;
+  while (result == Result::packet || result == Result::full) {
+    result = burst.empty() ? reader.next(packet) : reader.nextBeside(packet);
+    if (result == Result::packet) {
+      burst.push_back(packet);
+    } else {
+      for (const ReceivedPacket& each : burst) bytes.push_back(bytesOf(each.pkt));
+      burst.clear();
+    }
+  }
+  EXPECT_EQ(result, end);
+  return bytes;
+}
+
+TEST_F(CaptureReading, PacketsBesideEachOtherStayWhatTheyAre) {
+  const std::vector<Packet> sent = manyPackets();
+  PcapText pcap;
+  PcapText otherOrder({true});
+  PcapngText pcapng;
+  pcapng.interface();
+  for (const Packet& each : sent) {
+    pcap.packet(each);
+    otherOrder.packet(each);
+    pcapng.packet(each);
+  }
+  for (const std::string& path : {write(pcap), write(otherOrder, "other"), write(pcapng, "ng")}) {
+    CaptureReader reader(path);
+    EXPECT_EQ(readInBursts(reader, Result::end), bytesOf(sent)) << path;
+  }
+}
+
+TEST_F(CaptureReading, ARecordThatIsNotAsUsualIsReadWithAllBehindIt) {
+  std::vector<Packet> sent = manyPackets();
+  sent.push_back(somePacket(258'000));  // more than is read at a time
+  PcapText text;
+  for (const Packet& each : sent) text.packet(each);
+  text.packet(sent[0], 1'700'000'000, 2'500'000);  // microseconds of two seconds and a half
+  text.packet(sent[1]);
+  sent.push_back(sent[0]);
+  sent.push_back(sent[1]);
+  const std::string path = write(text);
+  CaptureReader reader(path);
+  EXPECT_EQ(readInBursts(reader, Result::end), bytesOf(sent));
+  std::filesystem::resize_file(path, text.size() - 1);
+  CaptureReader cut(path);
+  sent.pop_back();
+  EXPECT_EQ(readInBursts(cut, Result::damaged), bytesOf(sent));
+  EXPECT_THAT(cut.error(),
+              HasSubstr("damaged after packet 1002, at byte " + std::to_string(text.size() - 1)));
+}
+
+TEST_F(CaptureReading, PacketsLongerThanTheFileSaysAreCutAsLibpcapDoes) {
+  CaptureReader reader(
+      write(PcapText({false, false, 1, 100}).packet(somePacket(20)).packet(somePacket(200))));
+  ReceivedPacket packet;
+  ASSERT_EQ(reader.next(packet), Result::packet);
+  EXPECT_EQ(packet.pkt.capturedLength(), 62U);
+  ASSERT_EQ(reader.next(packet), Result::packet);
+  EXPECT_EQ(packet.pkt.capturedLength(), 100U);
+  EXPECT_EQ(packet.pkt.wireLength(), 242U);
 }
 
 TEST_F(CaptureReading, TimeMayRunBackwards) {

@@ -57,6 +57,23 @@ TEST_F(Replay, FastGivesFullBurstsAtOnce) {
   EXPECT_EQ(port.error(), "");
 }
 
+TEST_F(Replay, AClockThatIsSetBackByHoursHoldsUpNoRecordedReplay) {
+  ReplayPort port = open({{10, 0}, {11, 0}, {12, 0}}, Pace::recorded);
+  EXPECT_EQ(receive(port, kNow), 1U);
+  const double back = kNow - 7200;
+  EXPECT_EQ(receive(port, back), 0U);
+  EXPECT_LE(port.nextReceive(), back + ReplayPort::kLongestSilence);
+  EXPECT_EQ(receive(port, back + ReplayPort::kLongestSilence), 1U);
+  EXPECT_EQ(receive(port, back + ReplayPort::kLongestSilence + 1), 1U);
+  EXPECT_EQ(port.counts().packetsIn, 3U);
+}
+
+TEST_F(Replay, AClockThatIsSetForwardByHoursLosesNoPacket) {
+  ReplayPort port = open({{10, 0}, {11, 0}, {12, 0}}, Pace::recorded);
+  EXPECT_EQ(receive(port, kNow), 1U);
+  EXPECT_EQ(receive(port, kNow + 7200), 2U);
+}
+
 TEST_F(Replay, HeldItGivesNothingAndItsPaceCountsFromItsFirstPacket) {
   ReplayPort port = open({{1, 0}, {3, 0}}, Pace::recorded);
   port.replayHeldIs(true);

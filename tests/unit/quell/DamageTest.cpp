@@ -182,6 +182,14 @@ TEST_F(Damage, StoringHealsADamagedRecord) {
   EXPECT_EQ(writer->red().size(), ids_.size());
 }
 
+TEST_F(Damage, AStateOfZeroesIsDamageAlsoToWhoHasNotReadYet) {
+  file_->header().state.store(0);
+  const auto reader = files_.open();
+  Thing each;
+  EXPECT_THROW(reader->red().has(keyOf(3)), Fenn::CorruptionDetectedException);
+  EXPECT_THROW(reader->red().first(each), Fenn::CorruptionDetectedException);
+}
+
 TEST_F(Damage, BehindAWalkIsMetBeforeTheWalkLeavesItsBucket) {
   const auto reader = files_.open();
   const Things::Map& map = reader->red();

@@ -338,6 +338,20 @@ TEST_F(Exporter, SendsCountersOnceAfterALongPauseAndInTimeWhenTheClockIsSetBack)
   EXPECT_EQ(received().at(1).counters.size(), 4U);
 }
 
+// As the event loop asks: only when it is due by its own word.
+TEST_F(Exporter, CountersGoOnWithinTheIntervalWhenTheClockIsSetBackByHours) {
+  clock_.advance(1000);
+  exporter_->countersDue();
+  clock_.advance(-7200);
+  for (int second = 0; second <= 20; ++second) {
+    if (exporter_->nextCounters() <= clock_.now()) exporter_->countersDue();
+    clock_.advance(1);
+  }
+  exporter_->flush();
+  ASSERT_FALSE(received().empty());
+  EXPECT_EQ(received().back().counters.size(), 8U);
+}
+
 TEST(ExporterWithoutCollectors, TakesSamplesAndSendsNothing) {
   FakePorts ports(1);
   SflowExporter exporter(ExporterConfig{});

@@ -191,6 +191,31 @@ TYPED_TEST(FlowTableTest, AClockThatIsSetBackMakesNothingIdle) {
   EXPECT_FALSE(this->wanted(this->key(1)));
 }
 
+TYPED_TEST(FlowTableTest, AClockThatIsSetForwardByHoursMakesNothingIdle) {
+  this->learn(this->key(1));
+  this->tickAfter(1);
+  this->tickAfter(7200);
+  EXPECT_TRUE(this->wanted(this->key(1)));
+  this->tickAfter(28);
+  EXPECT_TRUE(this->wanted(this->key(1)));
+  this->tickAfter(1);
+  EXPECT_FALSE(this->wanted(this->key(1)));
+}
+
+TYPED_TEST(FlowTableTest, RecordsGoOnWhenTheClockIsSetBackByHours) {
+  this->learn(this->key(1));
+  this->tickAfter(1);
+  this->tickAfter(-7200);
+  EXPECT_EQ(this->take().size(), 1U);  // what was counted in a time that is yet to come
+  this->sample(this->key(1));
+  this->tickAfter(20);
+  this->sample(this->key(1));
+  this->tickAfter(20);
+  this->sample(this->key(1));
+  this->tickAfter(20);
+  EXPECT_EQ(this->take().size(), 1U);
+}
+
 TYPED_TEST(FlowTableTest, AFlowThatIsGoneIsLearnedAnew) {
   this->learn(this->key(1));
   this->tickAfter(30);

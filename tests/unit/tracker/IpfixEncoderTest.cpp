@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "IpfixReader.h"
 #include "ManualClock.h"
 #include "PacketBuilder.h"
@@ -136,6 +138,16 @@ TYPED_TEST(IpfixEncoderTest, OnlyScaledCountsAreMarkedAsSuch) {
   EXPECT_EQ(marked.number(samplingSize), 2U);
   EXPECT_EQ(marked.number(samplingPopulation), 2000U);
   EXPECT_FALSE(marked.has(samplingInterval));  // or collectors would scale again
+}
+
+TYPED_TEST(IpfixEncoderTest, ATimeThatNoClockTellsIsTheFirstOrTheLast) {
+  auto odd = this->record();
+  odd.counts.start = std::numeric_limits<double>::quiet_NaN();
+  odd.counts.end = 1e300;
+  this->encoder_.addTemplates();
+  this->encoder_.add(odd);
+  EXPECT_EQ(this->only().number(flowStartMilliseconds), 0U);
+  EXPECT_EQ(this->only().number(flowEndMilliseconds), std::numeric_limits<std::uint64_t>::max());
 }
 
 TYPED_TEST(IpfixEncoderTest, IngressIsDirectionZero) {
