@@ -79,8 +79,8 @@ std::byte* map(const std::filesystem::path& file, int descriptor, std::uint64_t 
 }  // namespace
 
 std::unique_ptr<RingMapping> RingMapping::open(const std::filesystem::path& file, Access access) {
-  Descriptor descriptor(
-      ::open(file.c_str(), (access == Access::write ? O_RDWR | O_NOFOLLOW : O_RDONLY) | O_CLOEXEC | O_NONBLOCK));
+  Descriptor descriptor(::open(
+      file.c_str(), (access == Access::write ? O_RDWR | O_NOFOLLOW : O_RDONLY) | O_CLOEXEC | O_NONBLOCK));
   if (descriptor.get() < 0) failErrno(file, "cannot open it");
   struct stat status {};
   if (::fstat(descriptor.get(), &status) != 0) failErrno(file, "cannot look at it");
