@@ -10,7 +10,7 @@
 #include <map>
 #include <optional>
 
-#include "KivMap.h"
+#include "PexaSftHoCounterCollection.h"
 
 namespace Naive {
 
@@ -39,11 +39,11 @@ struct SharedTableOrder {
   }
 };
 
-// The walk of the entity framework's maps of flows: by the hash with the process's seed, then by the key.
+// The walk of the entity framework's maps of flows: by the hash that places flows, then by the key.
 struct EntityMapOrder {
   template <class Key>
   static std::uint64_t place(const Key& key) {
-    return key.hash64(Kiv::hashSeed());
+    return Pexa::Counter::FlowKeyHash()(key);
   }
   static unsigned part(std::uint64_t) { return 0; }
   template <class Key>
