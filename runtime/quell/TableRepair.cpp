@@ -41,7 +41,9 @@ class Repairer {
       }
     }
     const std::uint64_t overflow = header.overflow.load(std::memory_order_relaxed);
-    mostOverflow_ = countValid(overflow) ? countOf(overflow) : kMostOverflowBuckets;
+    // A count that fits its check may still be no count of this table: another program may have written it.
+    mostOverflow_ =
+        std::min(countValid(overflow) ? countOf(overflow) : kMostOverflowBuckets, kMostOverflowBuckets);
     found_.buckets = stateBuckets(state);
     found_.compactions = stateCompactions(state);
   }
