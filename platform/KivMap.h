@@ -117,9 +117,7 @@ class Map {
   static std::uint64_t hashOf(const Key& key) { return Hash{}(key); }
   void prefetch(std::uint64_t hash) const {
     if (slots_.empty()) return;
-    const auto* at = reinterpret_cast<const char*>(&slots_[home(hash)]);
-    Kiv::prefetch(at);
-    Kiv::prefetch(at + sizeof(Slot) - 1);
+    Kiv::prefetch(&slots_[home(hash)], sizeof(Slot));
   }
   const Entry* peek(std::uint64_t hash) const {
     if (slots_.empty()) return nullptr;

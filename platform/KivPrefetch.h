@@ -11,10 +11,11 @@ inline void prefetch(const void* at) {
   __asm__ volatile("");
 }
 
-// The lines of so many bytes.
+// The lines of so many bytes, be their first one at the beginning of a line or not. REQUIRES: not 0 of them.
 inline void prefetch(const void* from, unsigned long bytes) {
   const auto* at = static_cast<const char*>(from);
   for (unsigned long line = 0; line < bytes; line += 64) prefetch(at + line);
+  prefetch(at + bytes - 1);
 }
 
 }  // namespace Kiv

@@ -98,11 +98,7 @@ class Table {
     const std::uint64_t slot = Layout::entrySlot(entry);
     if (slot >= slots_) return {};
     constexpr std::size_t kBytes = Layout::slotBytes(RecordBytes);
-    constexpr std::size_t kAligned = std::size_t{1} << std::countr_zero(kBytes);
-    constexpr std::size_t kLines = kAligned >= 64 ? kBytes / 64 : 1 + (64 - kAligned + kBytes - 1) / 64;
-    const std::byte* at = records_ + slot * kBytes;
-    Layout::unrolled<kLines - 1>([&](auto line) { Kiv::prefetch(at + 64 * line); });
-    Kiv::prefetch(at + kBytes - 1);
+    Kiv::prefetch(records_ + slot * kBytes, kBytes);
     return {&word, entry};
   }
 
@@ -240,7 +236,7 @@ class Table {
     differs |= (meta ^ sum) >> 32;
     if (differs != 0) [[unlikely]]
       return false;
-    std::memcpy(out, key, 8 * kFirst);
+    std::memmove(out, key, 8 * kFirst);  // the key may be that of the record to be filled
     Layout::unrolled<kRest>([&](auto i) {
       constexpr std::size_t kAt = 8 * (kFirst + i);
       std::memcpy(static_cast<std::byte*>(out) + kAt, &rest[i], std::min<std::size_t>(8, RecordBytes - kAt));
@@ -283,7 +279,6 @@ class Table {
   const Layout::Header* header_ = nullptr;
   const Layout::Bucket* index_ = nullptr;
   const std::byte* records_ = nullptr;
-  std::uint64_t slotBytes_ = 0;
   mutable std::uint64_t state_ = Layout::stateWord(1, 0);  // fits the next two: no damaged word equals it
   mutable std::uint64_t buckets_ = 1;
   mutable std::uint64_t mask_ = 0;

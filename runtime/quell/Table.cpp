@@ -11,7 +11,6 @@ Table::Table(std::shared_ptr<TableFile> file)
     : header_(&file->header()),
       index_(&file->bucket(0)),
       records_(file->records()),
-      slotBytes_(file->slotBytes()),
       slots_(file->slotsInFile()),
       walk_(std::make_unique<WalkPlace>()),
       file_(std::move(file)) {}

@@ -59,8 +59,7 @@ void CopyLocalCounters<Domain>::lookAhead(const Local& counters, const typename 
   std::size_t count = 0;
   for (; entry != nullptr && count < kAhead; entry = counters.after(entry->key)) {
     const auto* local = reinterpret_cast<const char*>(entry->value.get());
-    for (std::size_t at = 0; at < sizeof(*entry->value); at += 64) Kiv::prefetch(local + at);
-    Kiv::prefetch(local + sizeof(*entry->value) - 1);
+    Kiv::prefetch(local, sizeof(*entry->value));
     hashes[count] = records.hash(entry->key);
     records.prefetchIndex(hashes[count++]);
   }

@@ -6,8 +6,6 @@
 // a burst. Threading: the agent's event thread.
 #pragma once
 
-#include <optional>
-
 #include "HoFlowStatus.h"
 #include "PexaPacket.h"
 #include "PexaSftHoCounterCollection.h"

@@ -1,7 +1,5 @@
 #include "OffloadLookAhead.h"
 
-#include <new>
-
 namespace SampledFlowTracker {
 
 using Bridging::AllowedTrafficDirection;
@@ -35,27 +33,24 @@ std::uint8_t OffloadLookAhead::prepared(const HoFlowStatus& hoFlowStatus, const 
   const bool able = is4 ? prepare<IPv4>(hoFlowStatus, localHoCounters, pktCtx, *ipHeader, direction, intfId)
                         : prepare<IPv6>(hoFlowStatus, localHoCounters, pktCtx, *ipHeader, direction, intfId);
   if (!able) return 0;
-  const auto number = static_cast<std::uint8_t>(2 * count_ + (is4 ? 1 : 2));
-  burst_[count_++].number = number;
-  return number;
+  burst_[count_].ipv4 = is4;
+  return static_cast<std::uint8_t>(++count_);
 }
 
 template <class Domain>
 void OffloadLookAhead::findOne(const HoFlowStatus& hoFlowStatus, const Counters& localHoCounters,
                                std::size_t place) {
-  auto* candidate = const_cast<Candidate<Domain>*>(of<Domain>(place));
+  Candidate<Domain>* candidate = of<Domain>(burst_[place]);
   candidate->place = hoFlowStatus.map<Domain>().place(candidate->hash);
   const auto* entry = localHoCounters.counters<Domain>().peek(burst_[place].counterHash);
   if (entry == nullptr) return;
   candidate->counter = entry->value.get();
-  const auto* counter = reinterpret_cast<const char*>(candidate->counter);
-  Kiv::prefetch(counter, sizeof(*candidate->counter));
-  Kiv::prefetch(counter + sizeof(*candidate->counter) - 1);
+  Kiv::prefetch(candidate->counter, sizeof(*candidate->counter));
 }
 
 void OffloadLookAhead::find(const HoFlowStatus& hoFlowStatus, const Counters& localHoCounters) {
   for (std::size_t place = 0; place < count_; ++place) {
-    if (burst_[place].number % 2 != 0) {
+    if (burst_[place].ipv4) {
       findOne<IPv4>(hoFlowStatus, localHoCounters, place);
     } else {
       findOne<IPv6>(hoFlowStatus, localHoCounters, place);

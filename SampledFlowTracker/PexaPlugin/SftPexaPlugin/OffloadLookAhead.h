@@ -35,8 +35,8 @@ class OffloadLookAhead {
   // Calls with the candidate of a number, of its own type.
   template <class Call>
   auto with(std::uint8_t number, const Call& call) const {
-    const std::size_t place = (number - 1U) / 2;
-    return number % 2 != 0 ? call(*of<Pavo::Traits::IPv4>(place)) : call(*of<Pavo::Traits::IPv6>(place));
+    const Place& place = burst_[number - 1U];
+    return place.ipv4 ? call(*of<Pavo::Traits::IPv4>(place)) : call(*of<Pavo::Traits::IPv6>(place));
   }
 
  private:
@@ -49,16 +49,21 @@ class OffloadLookAhead {
   template <class Domain>
   void findOne(const FlowTracking::HoFlowStatus& hoFlowStatus, const Counters& localHoCounters,
                std::size_t place);
-  template <class Domain>
-  const Candidate<Domain>* of(std::size_t place) const {
-    return std::launder(reinterpret_cast<const Candidate<Domain>*>(burst_[place].bytes));
-  }
 
+  // A candidate of either family.
   struct Place {
     alignas(Candidate<Pavo::Traits::IPv6>) std::byte bytes[sizeof(Candidate<Pavo::Traits::IPv6>)];
     std::uint64_t counterHash;
-    std::uint8_t number;
+    bool ipv4;
   };
+  template <class Domain>
+  static Candidate<Domain>* of(Place& place) {
+    return std::launder(reinterpret_cast<Candidate<Domain>*>(place.bytes));
+  }
+  template <class Domain>
+  static const Candidate<Domain>* of(const Place& place) {
+    return std::launder(reinterpret_cast<const Candidate<Domain>*>(place.bytes));
+  }
   static_assert(sizeof(Candidate<Pavo::Traits::IPv4>) <= sizeof(Candidate<Pavo::Traits::IPv6>));
   std::array<Place, kMost> burst_;
   std::size_t count_ = 0;

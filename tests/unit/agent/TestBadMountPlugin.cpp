@@ -1,7 +1,7 @@
 // A plugin whose mount cannot be done: there is no entity at the path, and it does not ask for one.
 #include <cstdlib>
 
-#include "PexaPlugin.h"
+#include "TestPluginInstance.h"
 
 namespace {
 
@@ -18,21 +18,6 @@ class Root : public Pexa::PexaPluginBase {
   void activeInit(Pexa::PexaMode) override { std::abort(); }  // it would use what it has not got
 };
 
-class Instance : public PluginBase<Pexa::PluginContext> {
- public:
-  Instance() : PluginBase(Pexa::DefaultPluginLoader()) {
-    auto& loader = Pexa::DefaultPluginLoader();
-    using Node = Plugin::Loader<Pexa::PluginContext>::LoaderInitCallerWithContext;
-    auto node = std::make_unique<Node>(&loader, initCaller());
-    Plugin::Impl::LoaderImpl::registerPlugin(loader.name(), "TestBadMountPlugin", loader.type(), "Test", "",
-                                             node.get());
-    loader.push(std::move(node));
-  }
-  void init(Pexa::PluginContext* context) override {
-    Kiv::makePtr<Root>("TestBadMountPlugin")->savePluginRef(context->entityManager());
-  }
-};
-
-const Instance kInstance;
+const TestPlugins::Instance<Root> kInstance("TestBadMountPlugin");
 
 }  // namespace

@@ -1,7 +1,7 @@
 // A plugin whose steps throw at every packet, and while they look ahead.
 #include <stdexcept>
 
-#include "PexaPlugin.h"
+#include "TestPluginInstance.h"
 
 namespace {
 
@@ -29,21 +29,6 @@ class Root : public Pexa::PexaPluginBase {
   Kiv::Ptr<Pexa::PluginManager> manager_;
 };
 
-class Instance : public PluginBase<Pexa::PluginContext> {
- public:
-  Instance() : PluginBase(Pexa::DefaultPluginLoader()) {
-    auto& loader = Pexa::DefaultPluginLoader();
-    using Node = Plugin::Loader<Pexa::PluginContext>::LoaderInitCallerWithContext;
-    auto node = std::make_unique<Node>(&loader, initCaller());
-    Plugin::Impl::LoaderImpl::registerPlugin(loader.name(), "TestThrowingPlugin", loader.type(), "Test", "",
-                                             node.get());
-    loader.push(std::move(node));
-  }
-  void init(Pexa::PluginContext* context) override {
-    Kiv::makePtr<Root>("TestThrowingPlugin")->savePluginRef(context->entityManager());
-  }
-};
-
-const Instance kInstance;
+const TestPlugins::Instance<Root> kInstance("TestThrowingPlugin");
 
 }  // namespace
