@@ -47,10 +47,13 @@ class Life {
     const std::uint64_t enough = generation() + kPasses;
     told("poll", Agent<Domain>(world_, flows_).run(load, [&] { return generation() >= enough; }));
 
-    world_.stop();
-    world_.start(kRoom);
-    told("restart", whileBusy());
-    require(world_.status().size() == flows_, "every flow has a status still");
+    // At a rate it would take half a minute, with nothing in it that the other phases do not have.
+    if (load.rate == 0) {
+      world_.stop();
+      world_.start(kRoom);
+      told("restart", whileBusy());
+      require(world_.status().size() == flows_, "every flow has a status still");
+    }
 
     world_.stop();
     for (std::uint32_t i = 0; i < flows_; ++i) world_.unwant(hoFlow<Domain>(i));

@@ -109,15 +109,15 @@ void EventLoop::run(bool untilEnd) {
   ports_.replaysHeldIs(true);
   slices_.begin();
   for (unsigned turn = 0; !stopped_; ++turn) {
-    const bool packets = panel_.runRound() != 0;
-    if (packets) {
+    const std::size_t packets = panel_.runRound();
+    if (packets != 0) {
       slices_.ended(packetSlices_);
     } else {
       slices_.begin();
     }
-    const bool work = runDueWork(packets ? kBusySlice : kIdleSlice);
+    const bool work = runDueWork(slice(packets));
     if (!settled_) settle();
-    if (packets || work) {
+    if (packets != 0 || work) {
       if (turn % kTurnsPerLook == 0) lookAtDescriptors();
       continue;
     }
@@ -128,6 +128,11 @@ void EventLoop::run(bool untilEnd) {
   }
   ports_.report();
   flush();
+}
+
+double EventLoop::slice(std::size_t packets) const {
+  if (packets == 0) return kIdleSlice;
+  return panel_.behind() ? kBehindSlice : kBusySlice;
 }
 
 bool EventLoop::runDueWork(double slice) {

@@ -17,10 +17,12 @@ std::size_t PatchPanel::runRound() {
   const Kiv::System::TimeHold hold;
   const double now = Kiv::System::currentTimeUtc();
   std::size_t packets = 0;
+  behind_ = false;
   for (AgentPort& port : ports_.all()) {
     const std::size_t got = port.device->receive(received_, now);
     if (got != 0) runBurst(port, got, now);
     packets += got;
+    behind_ |= got == received_.size();
   }
   return packets;
 }

@@ -23,6 +23,8 @@ class PatchPanel {
 
   // Takes one burst of each port's packets through the agent, and gives the number of packets.
   std::size_t runRound();
+  // Whether a port had a full burst in that round: there are more packets waiting.
+  bool behind() const { return behind_; }
 
  private:
   void runBurst(AgentPort& port, std::size_t packets, double now);
@@ -32,6 +34,7 @@ class PatchPanel {
   PacketPipeline pipeline_;
   NamedCounters& reasons_;
   const Capture::TraceFilters& filters_;
+  bool behind_ = false;
   std::uint64_t packetNumber_ = 0;  // of the latest packet, from 1
   std::array<Capture::ReceivedPacket, PacketPipeline::kMostBurst> received_;
   std::array<PacketState, PacketPipeline::kMostBurst> states_;

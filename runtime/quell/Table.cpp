@@ -31,6 +31,7 @@ bool Table::walkFrom(std::uint64_t position, void* out) const {
 }
 
 bool Table::walkKey(const void* key, bool inclusive, void* out) const {
+  if (!inclusive && TableScan(*this).walkOn(key, out)) return true;
   const std::uint64_t position = reverseBits(keyHash(key, file_->keyBytes()));
   return TableScan(*this).walk(position, key, inclusive, out);
 }
@@ -57,7 +58,10 @@ void Table::store(const void* record) {
 
 bool Table::erase(const void* key) {
   if (!writing_) writingIs();
-  return writer_->erase(key);
+  const bool walking = walk_->holds(header_->state.load(std::memory_order_relaxed), walk_->bucket);
+  const bool erased = writer_->erase(key);
+  if (walking) walk_->erased();  // W4
+  return erased;
 }
 
 void Table::flush() {

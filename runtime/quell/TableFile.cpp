@@ -257,6 +257,20 @@ bool TableFile::reserve(std::uint64_t offset, std::uint64_t bytes) const {
   return false;
 }
 
+bool TableFile::reserveLargePage(std::uint64_t offset) const {
+  struct stat before {};
+  if (::fstat(descriptor(), &before) != 0) return false;
+  // One small page at its end, so that the file reaches there and the kernel finds something to gather.
+  if (!reserve(offset + Layout::kRegionAlignment - Layout::kPage, Layout::kPage)) return false;
+  gatherLargePage(offset);
+  if (reserve(offset, Layout::kRegionAlignment)) return true;
+  struct stat now {};
+  if (::fstat(descriptor(), &now) == 0 && now.st_size > before.st_size) {
+    [[maybe_unused]] const int ignored = ::ftruncate(descriptor(), before.st_size);
+  }
+  return false;
+}
+
 bool TableFile::lock() {
   if (locked_.exchange(true)) return false;
   int result = 0;

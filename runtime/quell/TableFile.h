@@ -83,6 +83,8 @@ class TableFile {
   // Gets memory for a part of the file, extending the file when the part lies behind its end. False when
   // there is no room: nothing has changed.
   bool reserve(std::uint64_t offset, std::uint64_t bytes) const;
+  // The same for the whole of a large page that nothing is in yet, got as one where the file system has them.
+  bool reserveLargePage(std::uint64_t offset) const;
   // Asks for one large page at an offset (a multiple of its size), in place of the small ones there: lookups
   // in a large table spend half their time on address translation otherwise. A file system that has none
   // keeps small ones.

@@ -10,15 +10,12 @@ namespace Quell {
 
 using namespace Layout;
 
-// A bucket and its overflow buckets, in order.
-struct TableIndex::Chain {
-  std::vector<Bucket*> buckets;
-  std::vector<std::uint64_t> numbers;  // of the overflow buckets: of buckets[1] and on
-};
-
-void TableIndex::stateIs(std::uint64_t buckets, std::uint64_t compactions) {
+void TableIndex::stateIs(std::uint64_t buckets, std::uint64_t compactions,
+                         const std::vector<std::uint32_t>& hashes) {
   buckets_ = buckets;
   compactions_ = compactions;
+  hashes_.reserve(kMostSlots);
+  hashes_ = hashes;
 }
 
 void TableIndex::publishState() {
@@ -63,13 +60,14 @@ TableIndex::Found TableIndex::locate(const void* key, std::uint64_t hash) const 
   }
 }
 
-TableIndex::Chain TableIndex::chain(std::uint64_t number) const {
-  Chain chain;
+void TableIndex::chainInto(std::uint64_t number, Chain& chain) const {
+  chain.buckets.clear();
+  chain.numbers.clear();
   Bucket* bucket = &file_.bucket(number);
   for (;;) {
     chain.buckets.push_back(bucket);
     const std::uint64_t link = metaLink(bucket->meta.load(std::memory_order_relaxed));
-    if (link == 0) return chain;
+    if (link == 0) return;
     chain.numbers.push_back(link - 1);
     bucket = &file_.overflow(link - 1);
   }
@@ -107,45 +105,44 @@ void TableIndex::grow(std::uint64_t entries) {
 void TableIndex::split() {
   const std::uint64_t from = buckets_ & (std::bit_floor(buckets_) - 1);
   const std::uint64_t to = buckets_;
-  const Chain old = chain(from);
+  chainInto(from, old_);
+  const Chain& old = old_;
   if (!std::all_of(old.buckets.begin(), old.buckets.end(), [](const Bucket* b) { return bucketWhole(*b); }))
     return;
   if (!space_.bucketsReserved(buckets_ + 1) || !space_.overflowFree(old.buckets.size())) return;
 
-  std::vector<EntryPlace> movers;
+  movers_.clear();
   for (Bucket* bucket : old.buckets) {
     for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
       const std::uint64_t entry = bucket->entries[i].load(std::memory_order_relaxed);
-      if (entry == 0 || entrySlot(entry) >= space_.slots()) continue;
-      const SlotLook look = lookAtSlot(file_, entrySlot(entry));
-      // What cannot be read stays: readers of the old bucket go on being told of it.
-      if (look.whole && bucketOf(look.hash, buckets_ + 1) == to) movers.push_back({bucket, i, entry});
+      if (entry == 0 || entrySlot(entry) >= hashes_.size()) continue;
+      if (bucketOf(hashOf(entry), buckets_ + 1) == to) movers_.push_back({bucket, i, entry});
     }
   }
-  BucketEdit(file_.bucket(to)).clear();
-  for (const EntryPlace& mover : movers) append(to, mover.entry);
+  const std::size_t first = std::min<std::size_t>(movers_.size(), kEntriesPerBucket);
+  {
+    BucketEdit edit(file_.bucket(to));
+    edit.clear();
+    for (unsigned i = 0; i < first; ++i) edit.entryIs(i, movers_[i].entry);
+  }
+  for (std::size_t i = first; i < movers_.size(); ++i) append(to, movers_[i].entry);
   ++buckets_;
   publishState();
-  for (const EntryPlace& mover : movers) BucketEdit(*mover.bucket).entryIs(mover.position, 0);
-  if (old.buckets.size() > 1) compact(from);
-  prefetchSplit();
-}
-
-// Buckets are split in their order, and a split reads every record of its bucket.
-void TableIndex::prefetchSplit() const {
-  const std::uint64_t from = buckets_ & (std::bit_floor(buckets_) - 1);
-  for (const Word& word : file_.bucket(from).entries) {
-    const std::uint64_t slot = entrySlot(word.load(std::memory_order_relaxed));
-    if (slot < space_.slots()) file_.prefetchSlot(slot);
+  for (auto mover = movers_.begin(); mover != movers_.end();) {
+    Bucket* const bucket = mover->bucket;
+    BucketEdit edit(*bucket);
+    for (; mover != movers_.end() && mover->bucket == bucket; ++mover) edit.entryIs(mover->position, 0);
   }
-  Kiv::prefetch(&file_.bucket(from + 1));
+  if (old.buckets.size() > 1) compact(from);
 }
 
 // Moves entries forward into free places, then lets go of the buckets at the end that are not needed. Copies
 // come first, then the state word moves, then the originals go: as in a split.
 void TableIndex::compact(std::uint64_t number) {
-  const Chain chain = this->chain(number);
-  std::vector<EntryPlace> places;
+  chainInto(number, compacted_);
+  const Chain& chain = compacted_;
+  std::vector<EntryPlace>& places = places_;
+  places.clear();
   std::size_t count = 0;
   for (Bucket* bucket : chain.buckets) {
     for (unsigned i = 0; i < kEntriesPerBucket; ++i) {

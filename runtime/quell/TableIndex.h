@@ -25,8 +25,13 @@ class TableIndex {
  public:
   TableIndex(TableFile& file, TableSpace& space) : file_(file), space_(space) {}
 
-  // Takes up the state that a repair found.
-  void stateIs(std::uint64_t buckets, std::uint64_t compactions);
+  // Takes up the state that a repair found: with the lower half of the hash of each slot's record.
+  void stateIs(std::uint64_t buckets, std::uint64_t compactions, const std::vector<std::uint32_t>& hashes);
+  // A slot was filled.
+  void slotHashIs(std::uint64_t slot, std::uint64_t hash) {
+    if (slot >= hashes_.size()) hashes_.resize(space_.slots());
+    hashes_[slot] = static_cast<std::uint32_t>(hash);
+  }
   std::uint64_t buckets() const { return buckets_; }
 
   // The place of a key's entry, its entry 0 when there is none. A record that does not match its check counts
@@ -48,12 +53,19 @@ class TableIndex {
   void grow(std::uint64_t entries);
 
  private:
-  struct Chain;
+  // A bucket and its overflow buckets, in order.
+  struct Chain {
+    std::vector<Layout::Bucket*> buckets;
+    std::vector<std::uint64_t> numbers;  // of the overflow buckets: of buckets[1] and on
+  };
   bool sameKey(std::uint64_t slot, const void* key) const;
-  Chain chain(std::uint64_t number) const;
+  void chainInto(std::uint64_t number, Chain& chain) const;
   void publishState();
   void split();
-  void prefetchSplit() const;
+  // What a split needs to know of an entry's record; the upper half is the entry's tag.
+  std::uint64_t hashOf(std::uint64_t entry) const {
+    return std::uint64_t{Layout::entryTag(entry)} << 32 | hashes_[Layout::entrySlot(entry)];
+  }
   void compact(std::uint64_t number);
   void append(std::uint64_t number, std::uint64_t entry);
 
@@ -61,6 +73,14 @@ class TableIndex {
   TableSpace& space_;
   std::uint64_t buckets_ = 1;
   std::uint64_t compactions_ = 0;
+  // By slot, four bytes each, which a split reads in place of every record of its bucket. Addresses for all
+  // are taken at once, so that it grows without being copied; memory comes as it is touched.
+  std::vector<std::uint32_t> hashes_;
+  // Of the split and of the compaction under way; kept for their memory.
+  Chain old_;
+  std::vector<EntryPlace> movers_;
+  Chain compacted_;
+  std::vector<EntryPlace> places_;
 };
 
 }  // namespace Quell

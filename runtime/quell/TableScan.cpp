@@ -76,6 +76,7 @@ TableScan::Reading TableScan::read(const Word& cell, std::uint64_t entry) {
   }
 
   if (slotFilling(meta)) return wrong(fmt::format("slot {} is half filled", slot));
+  meta_ = meta;
   hash_ = keyHash(words_.words.data(), file_.keyBytes());
   if (!slotFits(meta, recordSum(words_.words.data(), file_.keyBytes(), file_.recordBytes(), hash_))) {
     return wrong(fmt::format("the record in slot {} does not match its check", slot));
@@ -172,16 +173,20 @@ bool TableScan::find(const void* key, std::uint64_t hash, void* out) {
   damage("a bucket changed faster than it could be read");
 }
 
-bool TableScan::isBehind(std::uint64_t position, const void* key, bool inclusive) const {
-  const std::uint64_t here = reverseBits(hash_);
-  if (here != position || key == nullptr) return here >= position;
-  const int order = std::memcmp(words_.words.data(), key, file_.keyBytes());
+bool TableScan::isBehind(const WalkPlace::Entry& each, std::uint64_t position, const void* key,
+                         bool inclusive) const {
+  if (each.position != position || key == nullptr) return each.position >= position;
+  const int order = std::memcmp(place_.record(each), key, file_.keyBytes());
   return order > 0 || (order == 0 && inclusive);
 }
 
 void TableScan::insertInOrder(const WalkPlace::Entry& entry) {
+  const auto isBefore = [&](const WalkPlace::Entry& other) {
+    if (other.position != entry.position) return entry.position < other.position;
+    return std::memcmp(place_.record(entry), place_.record(other), file_.keyBytes()) < 0;
+  };
   auto at = place_.entries.end();
-  while (at != place_.entries.begin() && std::prev(at)->position > entry.position) --at;
+  while (at != place_.entries.begin() && isBefore(*std::prev(at))) --at;
   place_.entries.insert(at, entry);
 }
 
@@ -197,7 +202,11 @@ TableScan::Chain TableScan::gather(std::uint64_t number, std::uint64_t state) {
         whole &= reading == Reading::whole;
         if (reading != Reading::whole) return true;
         if (bucketOf(hash_, table_.buckets_, table_.mask_) != number) return true;  // left behind by a split
-        insertInOrder({reverseBits(hash_), &cell, entry});
+        const std::size_t copy = place_.words.size();
+        const auto words = words_.words.begin();
+        place_.words.insert(place_.words.end(), words,
+                            words + static_cast<std::ptrdiff_t>(wordsFor(file_.recordBytes())));
+        insertInOrder({reverseBits(hash_), &cell, entry, meta_, copy});
         return true;
       },
       [&](const Bucket& bucket, std::uint64_t meta, BucketLook look) {
@@ -210,22 +219,57 @@ TableScan::Chain TableScan::gather(std::uint64_t number, std::uint64_t state) {
   return chain;
 }
 
-TableScan::Step TableScan::stepIn(std::uint64_t position, const void* key, bool inclusive, bool& damaged) {
-  bool found = false;
-  for (const WalkPlace::Entry& each : place_.entries) {
-    if (each.position < position) continue;
-    if (found && each.position != bestPosition_) break;
-    const Reading reading = follow(*each.cell, each.entry);
-    damaged |= reading == Reading::damaged;
-    if (reading != Reading::whole) continue;
-    if (reverseBits(hash_) != each.position) return Step::changed;  // another key's entry by now
-    if (!isBehind(position, key, inclusive)) continue;
-    if (found && std::memcmp(words_.words.data(), best_.words.data(), file_.keyBytes()) >= 0) continue;
-    found = true;
-    bestPosition_ = each.position;
-    std::memcpy(best_.words.data(), words_.words.data(), file_.recordBytes());
+const WalkPlace::Entry* TableScan::stepIn(std::uint64_t position, const void* key, bool inclusive) {
+  for (place_.at = 0; place_.at < place_.entries.size(); ++place_.at) {
+    const WalkPlace::Entry& each = place_.entries[place_.at];
+    if (isBehind(each, position, key, inclusive) && stands(each)) return &each;
   }
-  return found ? Step::found : Step::none;
+  return nullptr;
+}
+
+// Not erased since it was copied (W4). One that was overwritten counts as standing: its copy was the record
+// when W2 was looked at.
+bool TableScan::stands(const WalkPlace::Entry& each) {
+  return each.cell->load(std::memory_order_acquire) != 0;
+}
+
+bool TableScan::asCopied() {
+  for (const WalkPlace::Link& link : place_.chain) {
+    std::uint64_t meta = 0;
+    std::array<std::uint64_t, kEntriesPerBucket> entries{};
+    if (look(*link.bucket, meta, entries) != BucketLook::verified || meta != link.meta) return false;
+  }
+  const std::size_t count = wordsFor(file_.recordBytes());
+  for (const WalkPlace::Entry& each : place_.entries) {
+    if (!stands(each)) continue;
+    const Word* words = file_.slot(entrySlot(each.entry));
+    const std::uint64_t* copy = place_.record(each);
+    std::uint64_t differs = words[0].load(std::memory_order_acquire) ^ each.meta;
+    for (std::size_t i = 0; i < count; ++i) differs |= words[1 + i].load(std::memory_order_acquire) ^ copy[i];
+    if (differs != 0) return false;
+  }
+  return true;
+}
+
+bool TableScan::walkOn(const void* key, void* out) {
+  if (!place_.goesOnBehind(key, file_.keyBytes()) || !stateIs(place_.state) ||
+      !place_.holds(place_.state, place_.bucket)) {
+    return false;
+  }
+  const std::uint64_t* const last = place_.record(place_.entries[place_.at]);
+  while (++place_.at < place_.entries.size()) {
+    const WalkPlace::Entry& each = place_.entries[place_.at];
+    // Of a key that a compaction has copied and not yet taken away, both entries are remembered, side by
+    // side.
+    if (std::memcmp(place_.record(each), last, file_.keyBytes()) == 0) continue;
+    if (!stands(each)) {
+      if (!stateIs(place_.state)) return false;  // it has moved
+      continue;
+    }
+    std::memcpy(out, place_.record(each), file_.recordBytes());
+    return true;
+  }
+  return false;
 }
 
 // The bucket's keys share the upper bits of their place: the next such prefix, 0 behind the last one.
@@ -280,18 +324,18 @@ bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, vo
       chain = gather(number, before);
       if (entered) prefetchBehind(position, number);
     }
-    const Step step = stepIn(position, key, inclusive, chain.damaged);
-    if (!stateIs(before) || chain.changed || step == Step::changed) {
+    const WalkPlace::Entry* const found = stepIn(position, key, inclusive);
+    if (!stateIs(before) || chain.changed) {
       file_.tornReadsInc();
       place_.clear();
       if (++looks == kChangedLooks) damage("the index changed faster than it could be walked");
       continue;
     }
-    if (step == Step::found) {
-      std::memcpy(out, best_.words.data(), file_.recordBytes());
+    if (found != nullptr) {
+      std::memcpy(out, place_.record(*found), file_.recordBytes());
       return true;
     }
-    if (remembered) {  // what came by damage since the bucket was entered is met before it is left
+    if (remembered && !asCopied()) {  // W3
       place_.clear();
       continue;
     }

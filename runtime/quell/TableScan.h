@@ -21,6 +21,9 @@ class TableScan {
   explicit TableScan(const Table& table) : table_(table), file_(*table.file_), place_(*table.walk_) {}
 
   bool find(const void* key, std::uint64_t hash, void* out);
+  // The record behind a key, when the walk gave the key's last and still stands in its bucket. False when
+  // that is not so, or the bucket has no more: `walk` it is then.
+  bool walkOn(const void* key, void* out);
   // The first record at or behind a place in the order, and, where a key is given, behind the key (or at it)
   // among the records of that place.
   bool walk(std::uint64_t position, const void* key, bool inclusive, void* out);
@@ -55,10 +58,13 @@ class TableScan {
   // The entries of a bucket into place_, in table order; remembered where W1 allows it.
   Chain gather(std::uint64_t number, std::uint64_t state);
   void insertInOrder(const WalkPlace::Entry& entry);
-  bool isBehind(std::uint64_t position, const void* key, bool inclusive) const;
-  // The first record of place_ at or behind a place in the order, into best_.
-  enum class Step { found, none, changed };
-  Step stepIn(std::uint64_t position, const void* key, bool inclusive, bool& damaged);
+  bool isBehind(const WalkPlace::Entry& each, std::uint64_t position, const void* key, bool inclusive) const;
+  // The first record of place_ at or behind a place in the order, which the walk stands at then; null when
+  // there is none.
+  const WalkPlace::Entry* stepIn(std::uint64_t position, const void* key, bool inclusive);
+  static bool stands(const WalkPlace::Entry& each);
+  // Whether the records of place_ still are what was copied (W3).
+  bool asCopied();
   // Asks for the memory that the walk reads after a bucket, and notes what is there by now.
   void prefetchBehind(std::uint64_t position, std::uint64_t number);
   template <class Visit>
@@ -72,9 +78,8 @@ class TableScan {
   WalkPlace& place_;
   std::string why_;  // what the last damage was
   std::uint64_t hash_ = 0;
+  std::uint64_t meta_ = 0;  // of the slot read last
   RecordWords words_;
-  RecordWords best_;
-  std::uint64_t bestPosition_ = 0;
 };
 
 }  // namespace Quell

@@ -45,6 +45,8 @@ class TableSpace {
   };
   // Reserves [0, end) of a region, somewhat ahead.
   bool reserveTo(Region& region, std::uint64_t end);
+  // The next two megabytes as one large page. False, and nothing done, where that is not to be had.
+  bool reserveLargePage(Region& region);
   void gather(Region& region);
 
   TableFile& file_;

@@ -70,7 +70,7 @@ void TableWriter::end() {
 
 void TableWriter::putInOrder() {
   const TableRepair found = repair(*file_);
-  index_.stateIs(found.buckets, found.compactions);
+  index_.stateIs(found.buckets, found.compactions, found.hashes);
   entries_ = found.entries;
   space_.usedIs(found.slots, found.overflow, found.buckets);
   if (!found.anything()) return;
@@ -108,6 +108,7 @@ void TableWriter::store(const void* record) {
   }
   const std::uint64_t slot = space_.takeSlot();
   fillSlot(*file_, slot, record, hash);
+  index_.slotHashIs(slot, hash);
   if (replaces) {
     BucketEdit(*found.place.bucket).entryIs(found.place.position, entryWord(hash, slot));
     if (entrySlot(found.place.entry) < space_.slots()) space_.giveSlot(entrySlot(found.place.entry));

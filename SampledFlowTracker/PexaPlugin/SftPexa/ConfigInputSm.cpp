@@ -31,17 +31,16 @@ template <class Domain>
 struct ConfigTable {
   using Key = FlowTracking::HoFlowKey<Domain>;
   const FlowTracking::HoFlowConfig& config;
+  mutable FlowTracking::HoFlowConfigRecord<Domain> record{};  // of the key given last
 
   const auto& map() const { return config.map<Domain>(); }
   std::size_t size() const { return map().size(); }
   bool first(Key& key) const {
-    FlowTracking::HoFlowConfigRecord<Domain> record;
     if (!map().first(record)) return false;
     key = record.key;
     return true;
   }
   bool after(const Key& place, Key& key) const {
-    FlowTracking::HoFlowConfigRecord<Domain> record;
     if (!map().after(place, record)) return false;
     key = record.key;
     return true;
@@ -92,9 +91,14 @@ const Kiv::Type& ConfigInputSm<Domain>::kivType() {
 
 template <class Domain>
 void ConfigInputSm<Domain>::handleConfig(const Key& key) {
+  deliver(key, FlowTracking::lookUp(hoFlowConfig_->map<Domain>(), key));
+}
+
+template <class Domain>
+void ConfigInputSm<Domain>::deliver(const Key& key, const std::optional<Config>& config) {
   frame_.trace()(SmTrace::kKey, Texts::kInputHandler, "k: {}", key);
   pendingClear();
-  statements_.eventToInput(key, FlowTracking::lookUp(hoFlowConfig_->map<Domain>(), key));
+  statements_.eventToInput(key, config);
 }
 
 template <class Domain>
@@ -135,9 +139,9 @@ void ConfigInputSm<Domain>::doInputScan() {
              R"(en() && "Sm args can only be null if marked as Optional in the SM type declaration")");
   if (phase_ == Phase::config) {
     const ConfigTable<Domain> table{*hoFlowConfig_};
-    if (!walk(table, [this](const Key& key) {
+    if (!walk(table, [&](const Key& key) {
           lookAhead();
-          handleConfig(key);
+          deliver(key, table.record);
         }))
       return;
     if (missed_ && frame_.initialScanDone()) {

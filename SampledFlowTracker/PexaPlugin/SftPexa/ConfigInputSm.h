@@ -51,6 +51,7 @@ class ConfigInputSm : public Zun::InputSm {
   // What is walked: the table; after missed changes also what was derived from it.
   enum class Phase : std::uint8_t { config, status, overflow };
 
+  void deliver(const Key& key, const std::optional<Config>& config);
   // Walks on in a phase; false when the slice ended first.
   template <class Table, class Deliver>
   bool walk(const Table& table, const Deliver& deliver);

@@ -121,8 +121,8 @@ TEST_F(Settling, TheReplayWaitsForWhatADescriptorHasToTellAtTheStart) {
   EXPECT_EQ(replayed(), kPackets);
 }
 
-TEST_F(Settling, WorkHasAShortSliceWhilePacketsComeAndALongerOneOtherwise) {
-  std::vector<std::pair<bool, double>> slices;  // whether packets came in the turn, and the slice
+TEST_F(Settling, TheMorePacketsComeTheShorterIsTheSliceOfWork) {
+  std::vector<std::pair<std::uint64_t, double>> slices;  // packets that came in the turn, and the slice
   struct Watching : Pexa::Work {
     double next() const override { return 0; }
     void run(double, double slice) override { each(slice); }
@@ -130,14 +130,16 @@ TEST_F(Settling, WorkHasAShortSliceWhilePacketsComeAndALongerOneOtherwise) {
   } watching;
   std::uint64_t before = 0;
   watching.each = [&](double slice) {
-    slices.emplace_back(replayed() > before, slice);
+    slices.emplace_back(replayed() - before, slice);
     before = replayed();
-    if (before == kPackets && !slices.back().first) loop_.stop();
+    if (before == kPackets && slices.back().first == 0) loop_.stop();
   };
   loop_.workIs(&watching);
   loop_.run(false);
   for (const auto& [packets, slice] : slices) {
-    EXPECT_EQ(slice, packets ? Pexa::EventLoop::kBusySlice : Pexa::EventLoop::kIdleSlice);
+    const bool full = packets == Pexa::PacketPipeline::kMostBurst;
+    const double some = full ? Pexa::EventLoop::kBehindSlice : Pexa::EventLoop::kBusySlice;
+    EXPECT_EQ(slice, packets == 0 ? Pexa::EventLoop::kIdleSlice : some) << packets << " packets";
   }
   EXPECT_GE(slices.size(), 5U) << "one before the replay, four bursts, one behind it";
 }
