@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -239,16 +240,17 @@ bool TableScan::asCopied() {
     std::array<std::uint64_t, kEntriesPerBucket> entries{};
     if (look(*link.bucket, meta, entries) != BucketLook::verified || meta != link.meta) return false;
   }
+  return std::all_of(place_.entries.begin(), place_.entries.end(),
+                     [this](const WalkPlace::Entry& each) { return !stands(each) || asCopied(each); });
+}
+
+bool TableScan::asCopied(const WalkPlace::Entry& each) const {
   const std::size_t count = wordsFor(file_.recordBytes());
-  for (const WalkPlace::Entry& each : place_.entries) {
-    if (!stands(each)) continue;
-    const Word* words = file_.slot(entrySlot(each.entry));
-    const std::uint64_t* copy = place_.record(each);
-    std::uint64_t differs = words[0].load(std::memory_order_acquire) ^ each.meta;
-    for (std::size_t i = 0; i < count; ++i) differs |= words[1 + i].load(std::memory_order_acquire) ^ copy[i];
-    if (differs != 0) return false;
-  }
-  return true;
+  const Word* words = file_.slot(entrySlot(each.entry));
+  const std::uint64_t* copy = place_.record(each);
+  std::uint64_t differs = words[0].load(std::memory_order_acquire) ^ each.meta;
+  for (std::size_t i = 0; i < count; ++i) differs |= words[1 + i].load(std::memory_order_acquire) ^ copy[i];
+  return differs == 0;
 }
 
 bool TableScan::walkOn(const void* key, void* out) {
@@ -265,6 +267,10 @@ bool TableScan::walkOn(const void* key, void* out) {
     if (!stands(each)) {
       if (!stateIs(place_.state)) return false;  // it has moved
       continue;
+    }
+    if (!asCopied(each)) {  // W3
+      place_.clear();
+      return false;
     }
     std::memcpy(out, place_.record(each), file_.recordBytes());
     return true;
@@ -329,6 +335,10 @@ bool TableScan::walk(std::uint64_t position, const void* key, bool inclusive, vo
       file_.tornReadsInc();
       place_.clear();
       if (++looks == kChangedLooks) damage("the index changed faster than it could be walked");
+      continue;
+    }
+    if (found != nullptr && remembered && !asCopied(*found)) {  // W3
+      place_.clear();
       continue;
     }
     if (found != nullptr) {

@@ -65,6 +65,7 @@ class TableScan {
   static bool stands(const WalkPlace::Entry& each);
   // Whether the records of place_ still are what was copied (W3).
   bool asCopied();
+  bool asCopied(const WalkPlace::Entry& each) const;
   // Asks for the memory that the walk reads after a bucket, and notes what is there by now.
   void prefetchBehind(std::uint64_t position, std::uint64_t number);
   template <class Visit>

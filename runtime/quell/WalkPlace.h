@@ -6,8 +6,8 @@
 //     state word that were the same.
 // W2  They hold while the state word and every meta word of the chain are what they were: a change of a
 //     bucket moves its sequence. (It comes round after 32,768 changes between two steps.)
-// W3  Before the walk leaves the bucket, its records are compared with the copies: damage that came behind
-//     the walk is told.
+// W3  Each record is compared with its copy as the walk gives it, and all of them before the walk leaves the
+//     bucket: damage that came meanwhile is told.
 // W4  An erasure through the walk's own table takes an entry away and adds none: the rest goes on to hold.
 //
 // Threading: as Table, which has one. Two walks that take turns share it: each turn reads a bucket anew.
