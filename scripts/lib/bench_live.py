@@ -76,7 +76,7 @@ def _load(setting, net, switch, rate, seconds):
     """Packets that came out for each second of the processor that the switch took."""
     for address in (net.b.ipv4, net.b.ipv6):
         net.a.run(["ping", "-n", "-q", "-c", 1, "-w", 30, address])
-    sender = net.a.popen([*_priority(setting), "taskset", "-c", SENDER_CORE, setting.program("live_load"), "send", "--to", net.b.ipv4, "--to", net.b.ipv6,
+    sender = net.a.popen([*setting.priority, "taskset", "-c", SENDER_CORE, setting.program("live_load"), "send", "--to", net.b.ipv4, "--to", net.b.ipv6,
                           "--packets", int(rate * (seconds + 10)), "--rate", rate, "--flows", FLOWS], stdout=subprocess.DEVNULL)
     try:
         until(lambda: net.b.counters("eth0")["packets_in"] > 10_000, 30, "no packets come out", [switch])
@@ -87,10 +87,6 @@ def _load(setting, net, switch, rate, seconds):
         sender.send_signal(signal.SIGKILL)
         sender.wait()
     return packets / (clock if rate == SENT else cpu)
-
-
-def _priority(setting):
-    return ["chrt", "-f", "10"] if "chrt" in setting.prefix else []
 
 
 class Switch:
@@ -123,7 +119,7 @@ class Switch:
         return program
 
     def _affinity(self):
-        return [*_priority(self.setting), "taskset", "-c", str(SWITCH_CORE)]
+        return [*self.setting.priority, "taskset", "-c", str(SWITCH_CORE)]
 
     def runs(self):
         return self.process.runs()
