@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "KivPrefetch.h"
@@ -48,14 +49,27 @@ RecordWindow::Result RecordWindow::next(ReceivedPacket& packet) {
     block_ = &ahead_.next();
     at_ = 0;
   }
-  if (at_ + kAsked < block_->records()) Kiv::prefetch(block_->record(at_ + kAsked), kHeaders);
-  const std::uint8_t* at = block_->record(at_++);
+  give(at_++, packet);
+  held_ = true;
+  return Result::packet;
+}
+
+std::size_t RecordWindow::ready(std::span<ReceivedPacket> room) {
+  if (block_ == nullptr) return 0;
+  const std::size_t packets = std::min(room.size(), block_->records() - at_);
+  for (std::size_t i = 0; i < packets; ++i) give(at_ + i, room[i]);
+  at_ += packets;
+  if (packets != 0) held_ = true;
+  return packets;
+}
+
+void RecordWindow::give(std::size_t number, ReceivedPacket& packet) const {
+  if (number + kAsked < block_->records()) Kiv::prefetch(block_->record(number + kAsked), kHeaders);
+  const std::uint8_t* at = block_->record(number);
   RecordHeader record;
   std::memcpy(&record, at, sizeof record);
   packet.pkt = {at + sizeof record, record.captured, record.wire};
   packet.timeNs = std::int64_t{record.seconds} * kSecondNs + std::int64_t{record.fraction} * fractionNs_;
-  held_ = true;
-  return Result::packet;
 }
 
 }  // namespace Capture

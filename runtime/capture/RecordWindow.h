@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 
 #include "capture/PortDevice.h"
 #include "capture/ReadAhead.h"
@@ -24,12 +25,15 @@ class RecordWindow {
   // The next packet, which stays valid until release(). `full`: not without a release(). `unusual`, from
   // then on: from offset() on the file is not for this reader.
   Result next(ReceivedPacket& packet);
+  // As many as there are in memory, until release(); gives their number.
+  std::size_t ready(std::span<ReceivedPacket> room);
   void release() { held_ = false; }
   // Where in the file the next record begins.
   std::uint64_t offset() const { return block_ != nullptr ? block_->offset(at_) : RecordBlock::kFileHeader; }
 
  private:
   explicit RecordWindow(const RecordForm& form) : fractionNs_(form.fractionNs), ahead_(form) {}
+  void give(std::size_t number, ReceivedPacket& packet) const;
 
   const std::uint32_t fractionNs_;
   ReadAhead ahead_;
