@@ -35,8 +35,8 @@ def _against_peers(setting, flows, packets):
         for name, agent in contenders.items():
             agent.want()
             took[name].append(agent.to_the_end())
-        took["softflowd"].append(setting.run(["softflowd", "-r", capture, "-v", "9", "-m", "10000000"]))
-        took["nfpcapd"].append(_nfpcapd(setting, capture))
+        for peer, _ in PEERS:
+            took[peer].append(count_with(setting, peer, capture))
     wrong = _compare(setting, traffic, contenders["agent"])
     cpu = {name: statistics.median(each.cpu for each in runs) for name, runs in took.items()}
     wall = {name: statistics.median(each.wall for each in runs) for name, runs in took.items()}
@@ -52,7 +52,10 @@ def _against_peers(setting, flows, packets):
         agent.forget()
 
 
-def _nfpcapd(setting, capture):
+def count_with(setting, peer, capture):
+    """What a peer takes to count a capture."""
+    if peer == "softflowd":
+        return setting.run(["softflowd", "-r", capture, "-v", "9", "-m", "10000000"])
     folder = setting.folder / "nfpcapd"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
