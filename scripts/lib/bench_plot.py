@@ -4,7 +4,7 @@ import subprocess
 
 from bench_packet import Times
 from bench_programs import AgentRun
-from bench_replay import PEERS, count_with
+from bench_replay import PEERS, count_with, loop_time
 from programs import Failure
 
 SIZES = tuple(2**power for power in range(10, 21, 2))
@@ -27,8 +27,9 @@ def draw(setting, folder):
         raise Failure("there is no program gnuplot: scripts/bootstrap bench")
     yield _draw(setting, folder / "cost-against-size.svg", _packet_costs(setting), list(LINES),
                 "flows in the table (IPv4, all of them visited, shuffled)", "nanoseconds of the processor, a lookup or a packet")
-    yield _draw(setting, folder / "replay-against-size.svg", _replay_costs(setting), ["agent", *(name for name, _ in PEERS)],
-                f"flows in a capture of {PACKETS:,} packets (1/rank, a quarter IPv6)", "nanoseconds on the clock, a packet, exec to exit")
+    yield _draw(setting, folder / "replay-against-size.svg", _replay_costs(setting),
+                ["agent, packets alone", "agent, exec to exit", *(f"{name}, exec to exit" for name, _ in PEERS)],
+                f"flows in a capture of {PACKETS:,} packets (1/rank, a quarter IPv6)", "nanoseconds on the clock, a packet")
 
 
 def _packet_costs(setting):
@@ -42,8 +43,10 @@ def _replay_costs(setting):
         traffic = setting.traffic(flows, PACKETS)
         agent = AgentRun(setting, f"plot-{flows}", traffic)
         agent.want()
+        alone = loop_time(agent) / PACKETS
+        agent.want()
         walls = [agent.to_the_end().wall, *(count_with(setting, name, traffic / "traffic.pcap").wall for name, _ in PEERS)]
-        rows.append([flows, *(wall / PACKETS * 1e9 for wall in walls)])
+        rows.append([flows, alone * 1e9, *(wall / PACKETS * 1e9 for wall in walls)])
         agent.forget()
     return rows
 
@@ -53,12 +56,12 @@ def _draw(setting, path, rows, titles, across, up):
     data.write_text("\n".join(" ".join("?" if value is None else f"{value:.6g}" for value in row) for row in rows) + "\n")
     plots = ", ".join(f'"{data}" using 1:{column} with linespoints linewidth 2 pointtype 7 pointsize 0.5 title "{title}"'
                       for column, title in enumerate(titles, start=2))
-    script = f"""set terminal svg size 760,460 font "sans,12" background "white"
+    script = f"""set terminal svg noenhanced size 760,500 font "sans,12" background "white"
 set output "{path}"
 set datafile missing "?"
 set logscale x
 set yrange [0:*]
-set key outside right top
+set key below
 set grid
 set format x "%.0s%c"
 set xlabel "{across}"
