@@ -64,7 +64,7 @@ set yrange [0:*]
 set key below
 set grid
 set format x "%.0s%c"
-set xlabel "{across}" offset 0,0.5
+set xlabel "{across}"
 set ylabel "{up}"
 set xrange [{rows[0][0] / 1.2}:{rows[-1][0] * 1.2}]
 plot {plots}

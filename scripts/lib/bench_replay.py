@@ -44,7 +44,7 @@ def _against_peers(setting, flows, packets):
         yield Row(GROUP, f"{name}: processor time a packet", cpu[name] / packets * 1e9, "ns",
                   note=f"{cpu[name]:.2f} s, {wall[name]:.2f} s on the clock")
     for peer, most in PEERS:
-        yield Row(GROUP, f"agent to {peer}, processor time", cpu["agent"] / cpu[peer], "", note="of both processors")
+        yield Row(GROUP, f"agent to {peer}, processor time", cpu["agent"] / cpu[peer], "", most=most)
         yield Row(GROUP, f"agent to {peer}, on the clock", wall["agent"] / wall[peer], "", most=most)
     for peer, count in wrong.items():
         yield Row(GROUP, f"flows of which agent and {peer} differ", count, f"of {flows}", most=0)
