@@ -80,6 +80,24 @@ struct FlowKey {
   Kiv::String str() const;
 };
 
+// Where a flow is seen, in the bytes in which a key ends: the direction, and the interface right behind it.
+// Packets come in bursts of one interface; this is made once for them.
+class HoFlowPlace {
+ public:
+  HoFlowPlace(Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId) {
+    auto carried = static_cast<std::uint64_t>(direction);
+    const std::array<std::uint64_t, 3> words = intfId.words();
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      words_[i] = carried | words[i] << 8;
+      carried = words[i] >> 56;
+    }
+  }
+  const std::array<std::uint64_t, 3>& words() const { return words_; }
+
+ private:
+  std::array<std::uint64_t, 3> words_;
+};
+
 // A flow that is wanted in hardware, in one direction and on one interface.
 template <class Domain>
 struct HoFlowKey {
@@ -96,14 +114,10 @@ struct HoFlowKey {
       : ipFlowKey(flow), direction(flowDirection), intfId(flowIntfId) {}
   // The key of a packet.
   HoFlowKey(std::uint16_t packetVlan, const typename Family::Header& ip, const Pavo::L4Ports& ports,
-            Direction flowDirection, const Pavo::IntfId& flowIntfId)
+            const HoFlowPlace& place)
       : ipFlowKey(packetVlan, ip, ports) {
     void* at = &direction;  // the interface begins one byte behind it
-    auto carried = static_cast<std::uint64_t>(flowDirection);
-    for (const std::uint64_t word : flowIntfId.words()) {
-      at = detail::storeWord(at, carried | word << 8);
-      carried = word >> 56;
-    }
+    for (const std::uint64_t word : place.words()) at = detail::storeWord(at, word);
   }
   // Parses the text form. Throws Kiv::ValueError, which names the member that is wrong.
   HoFlowKey(Text begin, Text end);

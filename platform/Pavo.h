@@ -29,7 +29,11 @@ class IntfId {
 
   std::string_view name() const { return {text_.data(), ::strnlen(text_.data(), text_.size())}; }
   bool empty() const { return text_[0] == '\0'; }
-  bool operator==(const IntfId& other) const { return words() == other.words(); }
+  bool operator==(const IntfId& other) const {
+    const std::array<std::uint64_t, 3> a = words();
+    const std::array<std::uint64_t, 3> b = other.words();
+    return ((a[0] ^ b[0]) | (a[1] ^ b[1]) | (a[2] ^ b[2])) == 0;  // a call of memcmp is three times as long
+  }
   std::strong_ordering operator<=>(const IntfId& other) const { return name().compare(other.name()) <=> 0; }
   std::uint32_t hash(unsigned seed) const;
   // The bytes as three words, the last one filled up with a 0: for what compares, hashes and copies ids for

@@ -51,8 +51,8 @@ inline constexpr std::uint64_t kIndexOffset = kRegionAlignment;
 // Calls call(0), ..., call(N - 1), the numbers as constants: for the loops of the packet path, which are to
 // be straight code with their factors in it.
 template <std::size_t N, class Call>
-inline void unrolled(const Call& call) {
-  [&]<std::size_t... I>(std::index_sequence<I...>) {
+[[gnu::always_inline]] inline void unrolled(const Call& call) {
+  [&]<std::size_t... I>(std::index_sequence<I...>) __attribute__((always_inline)) {
     (call(std::integral_constant<std::size_t, I>()), ...);
   }
   (std::make_index_sequence<N>());

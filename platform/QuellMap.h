@@ -110,7 +110,8 @@ class Map : public MapBase {
     return table() && table()->template find<sizeof(Key), sizeof(Record)>(&key, hash, &out);
   }
   // At a place that was found for the hash in this table.
-  bool find(const Place& place, const Key& key, std::uint64_t hash, Record& out) const {
+  [[gnu::always_inline]] bool find(const Place& place, const Key& key, std::uint64_t hash,
+                                   Record& out) const {
     return table() && table()->template find<sizeof(Key), sizeof(Record)>(place, &key, hash, &out);
   }
   bool has(const Key& key) const {

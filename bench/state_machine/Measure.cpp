@@ -71,6 +71,12 @@ double Report::value(const std::string& line) const {
   return at == lines_.end() || std::isnan(at->values.back()) ? 0 : at->values.back();
 }
 
+bool Report::has(const std::string& line) const {
+  const auto at =
+      std::find_if(lines_.begin(), lines_.end(), [&](const Line& each) { return each.name == line; });
+  return at != lines_.end() && !std::isnan(at->values.back());
+}
+
 std::string Report::text() const {
   std::size_t width = 0;
   for (const Line& line : lines_) width = std::max(width, line.name.size());

@@ -35,6 +35,8 @@ class Report {
   void put(const std::string& line, const Seconds& took, std::uint64_t items);
   // The value put last under a name in this column; 0 when there is none.
   double value(const std::string& line) const;
+  // Whether anything was put under a name in this column.
+  bool has(const std::string& line) const;
   std::string text() const;
 
  private:

@@ -12,8 +12,12 @@ namespace SftBench {
 template <class Domain>
 void runPhases(Report& report, std::uint32_t flows);
 
-// The agent's loop with packets, while the state machine does its first scan, and a restart over full tables.
+// The agent's loop with packets, while the state machine scans, polls, restarts and reconciles.
 template <class Domain>
 void runTraffic(Report& report, std::uint32_t flows);
+
+// From a store in another process to the status being readable there, while packets keep the agent busy.
+template <class Domain>
+void runChanges(Report& report, std::uint32_t flows);
 
 }  // namespace SftBench

@@ -48,6 +48,9 @@ class World {
     wanted_->template map<Domain>().insert(record);
   }
   void unwant(const Key& key) { wanted_->template map<Domain>().erase(key); }
+  // Lets another process be the tracker from now on.
+  void trackerEnds() { wanted_->template map<Domain>().table()->writingDel(); }
+  const std::string& runDir() const { return dir_.path(); }
   std::size_t wanted() const { return wanted_->template map<Domain>().size(); }
   // The agent hears of what the tracker did.
   void tell() {

@@ -5,9 +5,9 @@
 //   counter
 //
 // Every outcome but the silent ones is a reason counted on the packet's named counters ("Action" or "Drop",
-// "Sft") and a trace. Neighbours: SamplerSteps.h calls this for each packet; the state machine writes the
-// status table. Threading: the agent's event thread. Nothing is allocated but a flow's first counter record,
-// and the text of a trace that is on.
+// "Sft") and a trace. Neighbours: SamplerSteps.h calls this for each packet that was not made ready in a
+// burst; the state machine writes the status table. Threading: the agent's event thread. Nothing is allocated
+// but a flow's first counter record, and the text of a trace that is on.
 #pragma once
 
 #include "HoFlowStatus.h"
@@ -34,15 +34,5 @@ bool maybeOffloadIp(const Kiv::Ptr<const FlowTracking::HoFlowStatus>& hoFlowStat
                     const Kiv::Ptr<Pexa::Counter::PexaSftHoCounterCollection>& localHoCounters,
                     const Pexa::PacketHeader& ipHeader, Pexa::PacketContext pktCtx,
                     Bridging::AllowedTrafficDirection direction, const Pavo::IntfId& intfId);
-
-// The second half of it, for what was made ready ahead: the reason that an offloaded family's packet counts,
-// and the decision on one that can be looked up. REQUIRES: counters.
-template <class Domain>
-void countOffloading(Pexa::PacketContext pktCtx);
-template <class Domain>
-bool decideOffload(const FlowTracking::HoFlowStatus* hoFlowStatus,
-                   Pexa::Counter::PexaSftHoCounterCollection* localHoCounters,
-                   const OffloadCandidate<Domain>& candidate, Pexa::PacketContext pktCtx,
-                   Bridging::AllowedTrafficDirection direction);
 
 }  // namespace SampledFlowTracker

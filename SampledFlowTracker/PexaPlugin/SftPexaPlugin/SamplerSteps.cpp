@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "DecideOffload.h"
 #include "OffloadDecision.h"
 #include "TraceHandles.h"
 
@@ -58,12 +59,13 @@ Pexa::StepResult SftSampler<Direction>::process(Context context) {
 }
 
 template <class Direction>
-bool SftSampler<Direction>::decideAhead(std::uint8_t number, Pexa::PacketContext pktCtx) const {
-  return lookAhead_.with(number, [&]<class Domain>(const OffloadCandidate<Domain>& candidate) {
-    countOffloading<Domain>(pktCtx);
-    return decideOffload<Domain>(hoFlowStatus_.get(), localHoCounters_.get(), candidate, pktCtx,
-                                 Direction::kDirection);
-  });
+bool SftSampler<Direction>::decideAhead(std::uint8_t number, Pexa::PacketContext pktCtx) {
+  return lookAhead_.with(
+      number, [&]<class Domain>(const OffloadCandidate<Domain>& candidate) __attribute__((always_inline)) {
+        countOffloading<Domain>(pktCtx);
+        return decideOffload(hoFlowStatus_.get(), localHoCounters_.get(), candidate, pktCtx,
+                             Direction::kDirection, lookAhead_.traced());
+      });
 }
 
 template <class Direction>
@@ -84,19 +86,20 @@ void SftSampler<Direction>::lookAhead(std::span<const Context> burst) {
   const bool ipv4 = hwOffloadIpv4();
   const bool ipv6 = hwOffloadIpv6();
   if (!hoFlowStatus_ || (!ipv4 && !ipv6)) return;
-  lookAhead_.begin();
+  lookAhead_.begin(packetsTraced());
   const Pavo::IntfId* last = nullptr;
   bool wanted = false;
+  FlowTracking::HoFlowPlace place(Direction::kDirection, {});
   for (const Context& context : burst.first(std::min(burst.size(), OffloadLookAhead::kMost))) {
     const Pexa::PacketContext pktCtx = Direction::packetContext(context);
     const Pavo::IntfId& intfId = intfOf(Direction::watchedPort(pktCtx, Direction::dstPort(context)));
     if (&intfId != last) {
       last = &intfId;
       wanted = !intfId.empty() && sftSamplerHelper_->samplingWanted(Direction::kDirection, intfId);
+      place = FlowTracking::HoFlowPlace(Direction::kDirection, intfId);
     }
     pktCtx.lookAhead(Direction::kDirection) =
-        wanted ? lookAhead_.prepared(*hoFlowStatus_, *localHoCounters_, pktCtx, Direction::kDirection, intfId,
-                                     ipv4, ipv6)
+        wanted ? lookAhead_.prepared(*hoFlowStatus_, *localHoCounters_, pktCtx, place, ipv4, ipv6)
                : std::uint8_t{0};
   }
   lookAhead_.find(*hoFlowStatus_, *localHoCounters_);

@@ -97,7 +97,7 @@ class SftSampler final : public Direction::Step {
 
  private:
   // The decision on a packet that was prepared under this number.
-  bool decideAhead(std::uint8_t number, Pexa::PacketContext pktCtx) const;
+  bool decideAhead(std::uint8_t number, Pexa::PacketContext pktCtx);
   bool hwOffloadIpv4() const { return sftHwTrackingConfig_ && sftHwTrackingConfig_->hwOffloadIpv4(); }
   bool hwOffloadIpv6() const { return sftHwTrackingConfig_ && sftHwTrackingConfig_->hwOffloadIpv6(); }
 

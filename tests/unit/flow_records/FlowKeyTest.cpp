@@ -84,7 +84,8 @@ TYPED_TEST(FlowKeyTest, APacketsKeyIsTheKeyOfItsMembers) {
     flow.dstPort = l4.dstPort();
     const Pavo::IntfId intfId(name);
     const typename TestFixture::HoKeyType members(flow, AllowedTrafficDirection::egress, intfId);
-    const typename TestFixture::HoKeyType written(4095, ip, l4, AllowedTrafficDirection::egress, intfId);
+    const typename TestFixture::HoKeyType written(
+        4095, ip, l4, FlowTracking::HoFlowPlace(AllowedTrafficDirection::egress, intfId));
     EXPECT_EQ(written, members) << written << " and " << members;
     EXPECT_EQ(written.intfId.name(), name);
   }

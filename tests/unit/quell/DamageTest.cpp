@@ -6,6 +6,7 @@
 #include <set>
 
 #include "QuellFiles.h"
+#include "quell/BucketEdit.h"
 
 using namespace QuellTest;
 using testing::HasSubstr;
@@ -180,6 +181,24 @@ TEST_F(Damage, StoringHealsADamagedRecord) {
   writer->red().insert(thing(3, 9));
   EXPECT_EQ(writer->red().get(keyOf(3)), thing(3, 9));
   EXPECT_EQ(writer->red().size(), ids_.size());
+}
+
+// Both words fit their checks, as those of another program's table would; the link leads to behind the last
+// bucket there is room for.
+TEST_F(Damage, TheNextWriterFollowsNoLinkBehindTheLastOverflowBucket) {
+  using namespace Quell::Layout;
+  constexpr std::uint64_t kBehind = kMostOverflowBuckets + 1;
+  file_->header().overflow.store(countWord(kBehind + 1));
+  Bucket& bucket = file_->bucket(9);
+  const std::uint64_t meta = bucket.meta.load();
+  ASSERT_NE(metaLink(meta), 0U);
+  bucket.meta.store(metaWord(metaSequence(meta), kBehind, Quell::entriesSum(bucket)));
+  const auto writer = files_.open();
+  for (const std::uint32_t id : ids_) writer->red().insert(thing(id, id + 1));
+  EXPECT_EQ(writer->red().size(), ids_.size());
+  writer->red().table()->writingDel();
+  readAll(0);
+  EXPECT_EQ(damaged_, 0U);
 }
 
 TEST_F(Damage, AStateOfZeroesIsDamageAlsoToWhoHasNotReadYet) {
