@@ -78,6 +78,13 @@ CaptureReader::Result CaptureReader::nextBeside(ReceivedPacket& packet) {
   return read(packet);
 }
 
+std::size_t CaptureReader::ready(std::span<ReceivedPacket> room) {
+  if (!window_ || leftWindow_) return 0;
+  const std::size_t packets = window_->ready(room);
+  packets_ += packets;
+  return packets;
+}
+
 // From here on libpcap reads. The packets of this burst that lie in the window stay.
 void CaptureReader::leaveWindow() {
   std::fseek(::pcap_file(handle_), static_cast<long>(window_->offset()), SEEK_SET);

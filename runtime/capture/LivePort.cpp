@@ -54,6 +54,10 @@ void LivePort::look(double now) {
     error_ = fmt::format("interface {}: went away", interface_.name());
     closed();
   }
+  if (!socket_.isOpen() && undelivered()) {  // opening takes the frames away
+    nextLook_ = now;
+    return;
+  }
   if (!socket_.isOpen() && (index == 0 || !open())) return;
   const std::string why = interface_.whyNot();
   error_ = why.empty() ? std::string() : fmt::format("interface {}: {}", interface_.name(), why);
@@ -62,7 +66,7 @@ void LivePort::look(double now) {
 std::size_t LivePort::receive(std::span<ReceivedPacket> room, double now) {
   if (now >= nextLook_ || nextLook_ > now + kLookSeconds) look(now);  // or the clock was set back
   cut_.clear();
-  if (!cutter_.more() && nextFrame_ == received_.frames.size()) {
+  if (!undelivered()) {
     nextFrame_ = 0;
     received_ = socket_.isOpen() ? socket_.receive() : PacketSocket::Received();
     if (received_.unusable != 0) unusable(received_.unusable);
@@ -76,7 +80,7 @@ std::size_t LivePort::receive(std::span<ReceivedPacket> room, double now) {
     countIn(room[count].pkt);
     ++count;
   }
-  more_ = received_.more || cutter_.more() || nextFrame_ != received_.frames.size();
+  more_ = received_.more || undelivered();
   return count;
 }
 
@@ -84,7 +88,7 @@ std::size_t LivePort::receive(std::span<ReceivedPacket> room, double now) {
 bool LivePort::next(Pavo::Pkt& pkt) {
   while (!cutter_.more()) {
     if (nextFrame_ == received_.frames.size()) return false;
-    PacketSocket::Frame& frame = received_.frames[nextFrame_++];
+    SocketFrame& frame = received_.frames[nextFrame_++];
     if (!begin(frame)) {
       unusable(1);
     } else if (frame.offload.cut == FrameOffload::Cut::none) {
@@ -101,7 +105,7 @@ bool LivePort::next(Pavo::Pkt& pkt) {
 }
 
 // Finishes a frame, or has the cutter begin with it. False: it cannot be finished.
-bool LivePort::begin(PacketSocket::Frame& frame) {
+bool LivePort::begin(SocketFrame& frame) {
   if (frame.offload.cut != FrameOffload::Cut::none) {
     if (!cutter_.frameIs(frame.bytes, frame.length, frame.offload)) return false;
     ++offloads_.framesCut;

@@ -45,9 +45,10 @@ class LivePort : public PortDevice {
   void look(double now);
   void closed();
   bool next(Pavo::Pkt& pkt);
-  bool begin(PacketSocket::Frame& frame);
+  bool begin(SocketFrame& frame);
   void unusable(std::uint64_t frames);
   std::uint64_t droppedOut() const;
+  bool undelivered() const { return cutter_.more() || nextFrame_ != received_.frames.size(); }
 
   NetInterface interface_;
   PacketSocket socket_;

@@ -11,28 +11,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <optional>
 
 namespace Capture {
 namespace {
 
-// Stands before each frame, in both directions: struct virtio_net_hdr, whose header is not for C++. Numbers
-// are in this machine's byte order.
-struct OffloadHeader {
-  static constexpr std::uint8_t kNeedsChecksum = 1;  // of flags
-  enum Kind : std::uint8_t { kNone = 0, kTcpOverIpv4 = 1, kTcpOverIpv6 = 4, kUdp = 5, kEcn = 0x80 };
-
-  std::uint8_t flags = 0;
-  std::uint8_t kind = kNone;
-  std::uint16_t headerBytes = 0;
-  std::uint16_t cutBytes = 0;
-  std::uint16_t checksumStart = 0;
-  std::uint16_t checksumOffset = 0;
-};
-static_assert(sizeof(OffloadHeader) == 10);
-
-constexpr std::uint32_t kTagBytes = 4;
-constexpr std::uint32_t kAddresses = 12;  // a tag stands behind them
 constexpr int kSendBytes = 4 * 1024 * 1024;
 
 // Frames lie a page and a line further apart than they are long: their headers, at the same offset of each,
@@ -54,46 +36,14 @@ bool takeBuffer(int descriptor, int forced, int limited, int bytes) {
   return ::getsockopt(descriptor, SOL_SOCKET, limited, &got, &size) == 0 && got / 2 >= bytes;
 }
 
-FrameOffload offloadOf(const OffloadHeader& header) {
-  using Cut = FrameOffload::Cut;
-  FrameOffload offload;
-  offload.checksumMissing = (header.flags & OffloadHeader::kNeedsChecksum) != 0;
-  offload.checksumStart = header.checksumStart;
-  offload.checksumOffset = header.checksumOffset;
-  offload.cutBytes = header.cutBytes;
-  switch (header.kind & ~OffloadHeader::kEcn) {
-    case OffloadHeader::kNone:
-      offload.cut = Cut::none;
-      break;
-    case OffloadHeader::kTcpOverIpv4:
-      offload.cut = Cut::tcpOverIpv4;
-      break;
-    case OffloadHeader::kTcpOverIpv6:
-      offload.cut = Cut::tcpOverIpv6;
-      break;
-    case OffloadHeader::kUdp:
-      offload.cut = Cut::udp;
-      break;
-    default:
-      offload.cut = Cut::unknown;
-  }
-  return offload;
-}
-
-// The tag that the kernel took off, as it was on the wire.
-std::optional<std::array<std::uint8_t, kTagBytes>> tagOf(msghdr& message) {
+TakenTag tagOf(msghdr& message) {
   for (cmsghdr* each = CMSG_FIRSTHDR(&message); each != nullptr; each = CMSG_NXTHDR(&message, each)) {
     if (each->cmsg_level != SOL_PACKET || each->cmsg_type != PACKET_AUXDATA) continue;
     tpacket_auxdata data;
     std::memcpy(&data, CMSG_DATA(each), sizeof data);
-    if ((data.tp_status & TP_STATUS_VLAN_VALID) == 0) return std::nullopt;
-    const std::uint16_t kind =
-        (data.tp_status & TP_STATUS_VLAN_TPID_VALID) != 0 ? data.tp_vlan_tpid : ETH_P_8021Q;
-    const std::uint16_t id = data.tp_vlan_tci;
-    return {{static_cast<std::uint8_t>(kind >> 8), static_cast<std::uint8_t>(kind),
-             static_cast<std::uint8_t>(id >> 8), static_cast<std::uint8_t>(id)}};
+    return {data.tp_status, data.tp_vlan_tpid, data.tp_vlan_tci};
   }
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace
@@ -145,7 +95,9 @@ std::string PacketSocket::failed(const char* what) {
 
 std::string PacketSocket::open(unsigned index) {
   close();
+  ring_.close();
   drops_ = 0;
+  queued_ = 0;
   // Of no protocol until it is bound: nothing of other interfaces gets in.
   descriptor_ = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (descriptor_ < 0) return failed("no packet socket");
@@ -157,6 +109,7 @@ std::string PacketSocket::open(unsigned index) {
   }
   hasReceiveBytes_ = takeBuffer(descriptor_, SO_RCVBUFFORCE, SO_RCVBUF, kReceiveBytes);
   takeBuffer(descriptor_, SO_SNDBUFFORCE, SO_SNDBUF, kSendBytes);
+  ring_.open(descriptor_);  // a kernel that has no memory for it hands over frames with system calls
   packet_mreq promiscuous{};
   promiscuous.mr_ifindex = static_cast<int>(index);
   promiscuous.mr_type = PACKET_MR_PROMISC;
@@ -178,13 +131,42 @@ void PacketSocket::close() {
 }
 
 PacketSocket::Received PacketSocket::receive() {
+  if (!ring_.isOpen()) return receiveQueued(kMostBurst);
+  ring_.giveBack();
+  Received result;
+  const PacketRing::Taken taken = ring_.take(frames_);
+  result.frames = std::span(frames_).first(taken.frames);
+  result.unusable = taken.unusable;
+  if (taken.frames == 0) {
+    queued_ += ring_.takeQueued(kMostBurst - std::min(queued_, kMostBurst));
+    if (queued_ != 0) {
+      result = receiveQueued(queued_);
+      result.unusable += taken.unusable;
+    } else {
+      result.error = takeError();
+    }
+  }
+  result.more = queued_ != 0 || ring_.more();
+  return result;
+}
+
+// What became of the interface: a system call that reads would tell.
+int PacketSocket::takeError() const {
+  int error = 0;
+  socklen_t size = sizeof error;
+  return ::getsockopt(descriptor_, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
+}
+
+PacketSocket::Received PacketSocket::receiveQueued(std::size_t most) {
   Messages::Side& in = messages_->in;
   for (std::size_t i = 0; i < kMostBurst; ++i) {  // the system call overwrote these
     in.messages[i].msg_hdr.msg_controllen = sizeof(Messages::Control);
     in.messages[i].msg_hdr.msg_flags = 0;
   }
   Received result;
-  const int count = ::recvmmsg(descriptor_, in.messages.data(), kMostBurst, MSG_DONTWAIT, nullptr);
+  const int count =
+      ::recvmmsg(descriptor_, in.messages.data(), static_cast<unsigned>(most), MSG_DONTWAIT, nullptr);
+  queued_ -= std::min(queued_, static_cast<std::size_t>(std::max(count, 1)));
   if (count < 0) {
     if (errno == EAGAIN || errno == EINTR) return result;
     if (errno == EINVAL) {  // an offload that the header before the frame cannot tell of: the frame is gone
@@ -209,17 +191,12 @@ PacketSocket::Received PacketSocket::receive() {
   return result;
 }
 
-PacketSocket::Frame PacketSocket::frameOf(std::size_t index) {
+SocketFrame PacketSocket::frameOf(std::size_t index) {
   mmsghdr& message = messages_->in.messages[index];
-  Frame frame{messages_->frame(index), message.msg_len - static_cast<std::uint32_t>(sizeof(OffloadHeader)),
-              offloadOf(messages_->in.headers[index])};
-  if (const auto tag = tagOf(message.msg_hdr)) {
-    std::memmove(frame.bytes - kTagBytes, frame.bytes, kAddresses);
-    frame.bytes -= kTagBytes;
-    frame.length += kTagBytes;
-    frame.offload.checksumStart += kTagBytes;
-    std::memcpy(frame.bytes + kAddresses, tag->data(), kTagBytes);
-  }
+  SocketFrame frame{messages_->frame(index),
+                    message.msg_len - static_cast<std::uint32_t>(sizeof(OffloadHeader)),
+                    offloadOf(messages_->in.headers[index])};
+  putBack(tagOf(message.msg_hdr), frame);
   return frame;
 }
 

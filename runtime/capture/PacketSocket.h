@@ -1,8 +1,8 @@
 // Frames of one interface: received and sent many at a time, with what the kernel says of their offloads. An
 // AF_PACKET socket, promiscuous, that does not hear what this machine sends.
 //
-// Neighbours: FrameOffload.h finishes the frames, LivePort.h owns the socket. docs/decisions/0007 says why
-// not libpcap. Threading: one thread.
+// Neighbours: PacketRing.h is what most frames are received through, FrameOffload.h finishes them, LivePort.h
+// owns the socket. docs/decisions/0007 says why not libpcap. Threading: one thread.
 #pragma once
 
 #include <array>
@@ -13,8 +13,9 @@
 #include <string>
 
 #include "Pavo.h"
-#include "capture/FrameOffload.h"
+#include "capture/PacketRing.h"
 #include "capture/PortDevice.h"
+#include "capture/SocketFrame.h"
 
 namespace Capture {
 
@@ -23,14 +24,9 @@ class PacketSocket {
   static constexpr std::size_t kMostBurst = PortDevice::kMostBurst;
   static constexpr std::uint32_t kMostFrame = 66 * 1024;  // 64 KB and its headers
 
-  struct Frame {
-    std::uint8_t* bytes = nullptr;  // may be written to; valid until the next receive()
-    std::uint32_t length = 0;
-    FrameOffload offload;
-  };
   struct Received {
-    std::span<Frame> frames;
-    bool more = false;  // there may be frames that no readable descriptor announces
+    std::span<SocketFrame> frames;  // valid until the next receive() or open()
+    bool more = false;              // there may be frames that no readable descriptor announces
     // Frames that cannot be handed over: longer than kMostFrame, or with an offload that the kernel cannot
     // tell.
     std::uint32_t unusable = 0;
@@ -48,7 +44,8 @@ class PacketSocket {
   bool isOpen() const { return descriptor_ >= 0; }
   int descriptor() const { return descriptor_; }
 
-  // Takes the frames that have come, tags that the kernel took off put back. REQUIRES: isOpen().
+  // Takes the frames that have come, tags that the kernel took off put back; those that were received before
+  // are gone. REQUIRES: isOpen().
   Received receive();
   struct Sent {
     std::bitset<kMostBurst> taken;  // which packets the kernel took
@@ -59,7 +56,8 @@ class PacketSocket {
 
   // Frames lost since open() because the agent was not there in time to receive them.
   std::uint64_t drops();
-  // Bytes of received frames that the kernel holds for the agent.
+  // Bytes of frames that are too long for the ring, or of all where there is none, that the kernel holds for
+  // the agent.
   static constexpr int kReceiveBytes = 64 * 1024 * 1024;
   // False: this process has no right to that much, and frames are lost in shorter bursts.
   bool hasReceiveBytes() const { return hasReceiveBytes_; }
@@ -67,13 +65,17 @@ class PacketSocket {
  private:
   struct Messages;  // what the system calls read and write
   std::string failed(const char* what);
-  Frame frameOf(std::size_t index);  // of what was received
+  Received receiveQueued(std::size_t most);
+  int takeError() const;
+  SocketFrame frameOf(std::size_t index);  // of what was received from the queue
 
   int descriptor_ = -1;
   bool hasReceiveBytes_ = false;
   std::uint64_t drops_ = 0;
   std::unique_ptr<Messages> messages_;
-  std::array<Frame, kMostBurst> frames_;
+  PacketRing ring_;
+  std::size_t queued_ = 0;  // frames that the ring says are in the queue
+  std::array<SocketFrame, kMostBurst> frames_;
 };
 
 }  // namespace Capture

@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+
+#include "KivPrefetch.h"
 
 namespace Capture {
 namespace {
@@ -14,19 +17,16 @@ struct FileHeader {
   std::uint16_t minor;
   std::uint32_t unused[4];
 };
-static_assert(sizeof(FileHeader) == 24);
-
-struct Record {
-  std::int32_t seconds;
-  std::uint32_t fraction;
-  std::uint32_t captured;
-  std::uint32_t wire;
-};
-static_assert(sizeof(Record) == 16);
+static_assert(sizeof(FileHeader) == RecordBlock::kFileHeader);
 
 constexpr std::uint32_t kMicroseconds = 0xa1b2c3d4;
 constexpr std::uint32_t kNanoseconds = 0xa1b23c4d;
-constexpr std::uint32_t kSecondNs = 1'000'000'000;
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+
+// Another processor read the file: headers come from its cache, and are asked for a burst before they are
+// looked at. A record's own, tagged Ethernet's, IPv6's and the ports are 78 bytes.
+constexpr std::size_t kAsked = PortDevice::kMostBurst;
+constexpr std::size_t kHeaders = 78;
 
 }  // namespace
 
@@ -39,55 +39,37 @@ std::unique_ptr<RecordWindow> RecordWindow::of(std::FILE* file, std::uint32_t mo
   if (header.major != 2 || header.minor != 4) return nullptr;
   if (header.magic != kMicroseconds && header.magic != kNanoseconds) return nullptr;
   const std::uint32_t fractionNs = header.magic == kMicroseconds ? 1000 : 1;
-  return std::unique_ptr<RecordWindow>(new RecordWindow(descriptor, mostCaptured, fractionNs));
+  return std::unique_ptr<RecordWindow>(new RecordWindow({descriptor, mostCaptured, fractionNs}));
 }
 
-RecordWindow::RecordWindow(int descriptor, std::uint32_t mostCaptured, std::uint32_t fractionNs)
-    : descriptor_(descriptor),
-      mostCaptured_(mostCaptured),
-      fractionNs_(fractionNs),
-      start_(sizeof(FileHeader)),
-      bytes_(new std::uint8_t[kBytes]) {}
-
 RecordWindow::Result RecordWindow::next(ReceivedPacket& packet) {
-  if (!whole()) {
-    if (!held_) moveOn();
-    fill();
-    if (!whole()) return held_ && filled_ == kBytes ? Result::full : Result::unusual;
+  while (block_ == nullptr || at_ == block_->records()) {
+    if (block_ != nullptr && block_->last()) return Result::unusual;
+    if (held_) return Result::full;
+    block_ = &ahead_.next();
+    at_ = 0;
   }
-  const std::uint8_t* at = &bytes_[at_];
-  Record record;
-  std::memcpy(&record, at, sizeof record);
-  if (record.captured > mostCaptured_ || record.fraction >= kSecondNs / fractionNs_) return Result::unusual;
-  packet.pkt = {at + sizeof record, record.captured, record.wire};
-  packet.timeNs = std::int64_t{record.seconds} * kSecondNs + std::int64_t{record.fraction} * fractionNs_;
-  at_ += sizeof record + record.captured;
+  give(at_++, packet);
   held_ = true;
   return Result::packet;
 }
 
-// Whether the next record lies in the window, with all of its packet.
-bool RecordWindow::whole() const {
-  const std::size_t left = filled_ - at_;
-  Record record;
-  if (left < sizeof record) return false;
-  std::memcpy(&record, &bytes_[at_], sizeof record);
-  return left - sizeof record >= record.captured;
+std::size_t RecordWindow::ready(std::span<ReceivedPacket> room) {
+  if (block_ == nullptr) return 0;
+  const std::size_t packets = std::min(room.size(), block_->records() - at_);
+  for (std::size_t i = 0; i < packets; ++i) give(at_ + i, room[i]);
+  at_ += packets;
+  if (packets != 0) held_ = true;
+  return packets;
 }
 
-// Moves the window on to the next record.
-void RecordWindow::moveOn() {
-  std::memmove(&bytes_[0], &bytes_[at_], filled_ - at_);
-  filled_ -= at_;
-  start_ += at_;
-  at_ = 0;
-}
-
-// Reads what the window has room for; packets in it stay where they are.
-void RecordWindow::fill() {
-  const auto from = static_cast<off_t>(start_ + filled_);
-  const ssize_t got = ::pread(descriptor_, &bytes_[filled_], kBytes - filled_, from);
-  if (got > 0) filled_ += static_cast<std::size_t>(got);
+void RecordWindow::give(std::size_t number, ReceivedPacket& packet) const {
+  if (number + kAsked < block_->records()) Kiv::prefetch(block_->record(number + kAsked), kHeaders);
+  const std::uint8_t* at = block_->record(number);
+  RecordHeader record;
+  std::memcpy(&record, at, sizeof record);
+  packet.pkt = {at + sizeof record, record.captured, record.wire};
+  packet.timeNs = std::int64_t{record.seconds} * kSecondNs + std::int64_t{record.fraction} * fractionNs_;
 }
 
 }  // namespace Capture

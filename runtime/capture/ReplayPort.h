@@ -32,10 +32,13 @@ class ReplayPort : public PortDevice {
   void replayHeldIs(bool held) override { held_ = held; }
 
  private:
+  std::size_t receiveDue(std::span<ReceivedPacket> room, double now);
+  std::size_t receiveAll(std::span<ReceivedPacket> room);
   bool fetch(bool beside);
+  bool read(ReceivedPacket& packet, bool beside);
 
   CaptureReader reader_;
-  ReceivedPacket pending_;  // read, and not due yet
+  ReceivedPacket pending_;  // at recorded pace: read, and not due yet
   Pace pace_;
   bool havePending_ = false;
   bool started_ = false;

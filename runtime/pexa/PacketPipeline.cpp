@@ -21,7 +21,7 @@ template <class Context>
 class Going {
  public:
   template <class Make>
-  Going(PacketPipeline::PacketSet set, const Make& make) {
+  Going(PacketPipeline::PacketSet set, const Make& make) : set_(set) {
     for (; set != 0; set &= set - 1) {
       const auto packet = static_cast<std::size_t>(std::countr_zero(set));
       packets_[count_] = static_cast<std::uint8_t>(packet);
@@ -33,23 +33,25 @@ class Going {
   }
   bool empty() const { return count_ == 0; }
 
-  // Keeps those for which the call says so.
+  // Keeps those for which the call says so. Where all are kept, as almost always, nothing is moved.
   template <class Keep>
   void filter(const Keep& keep) {
     std::size_t kept = 0;
     for (std::size_t i = 0; i < count_; ++i) {
-      const Context context = contexts()[i];
-      if (!keep(context)) continue;
-      packets_[kept] = packets_[i];
-      new (at(kept++)) Context(context);
+      const Context& context = contexts()[i];
+      if (!keep(context)) {
+        set_ &= ~(PacketPipeline::PacketSet{1} << packets_[i]);
+        continue;
+      }
+      if (kept != i) {
+        packets_[kept] = packets_[i];
+        new (at(kept)) Context(context);
+      }
+      ++kept;
     }
     count_ = kept;
   }
-  PacketPipeline::PacketSet set() const {
-    PacketPipeline::PacketSet result = 0;
-    for (std::size_t i = 0; i < count_; ++i) result |= PacketPipeline::PacketSet{1} << packets_[i];
-    return result;
-  }
+  PacketPipeline::PacketSet set() const { return set_; }
 
  private:
   static_assert(std::is_trivially_destructible_v<Context>);
@@ -58,6 +60,7 @@ class Going {
   alignas(Context) std::byte bytes_[PacketPipeline::kMostBurst * sizeof(Context)];
   std::array<std::uint8_t, PacketPipeline::kMostBurst> packets_;
   std::size_t count_ = 0;
+  PacketPipeline::PacketSet set_;
 };
 
 PacketContext packetContextOf(PacketContext context) {
@@ -68,43 +71,45 @@ PacketContext packetContextOf(const OutputPipelineContext& context) {
 }
 
 // Counts a reason that is put together, without allocating; a long one is cut.
-template <class... Args>
-void countReason(PexaNamedCounters* counters, std::string_view category, fmt::format_string<Args...> format,
-                 Args&&... args) {
+template <class Context, class... Args>
+[[gnu::cold]] void countReason(const Context& context, std::string_view category,
+                               fmt::format_string<Args...> format, Args&&... args) {
+  PexaNamedCounters* counters = packetContextOf(context).namedCounters();
   if (counters == nullptr) return;
   std::array<char, 160> text;
   const auto written = fmt::format_to_n(text.data(), text.size(), format, std::forward<Args>(args)...);
   counters->count(category, kSource, {text.data(), std::min(written.size, text.size())});
 }
 
-void countFailure(PexaNamedCounters* counters, const GenericPipelineStep& step, std::string_view what) {
-  countReason(counters, "Error", "step {}: {}", step.name(), what);
+template <class Context>
+[[gnu::cold]] void countFailure(const Context& context, const GenericPipelineStep& step,
+                                std::string_view what) {
+  countReason(context, "Error", "step {}: {}", step.name(), what);
 }
 
 template <class Step, class Context>
 void lookAhead(Step& step, std::span<const Context> burst) {
-  PexaNamedCounters* counters = packetContextOf(burst.front()).namedCounters();
   try {
     step.lookAhead(burst);
   } catch (const std::exception& failure) {
-    countFailure(counters, step, failure.what());
+    countFailure(burst.front(), step, failure.what());
   } catch (...) {
-    countFailure(counters, step, "unknown exception");
+    countFailure(burst.front(), step, "unknown exception");
   }
 }
 
 // Whether the packet goes on.
 template <class Step, class Context>
 bool process(Step& step, const Context& context) {
-  PexaNamedCounters* counters = packetContextOf(context).namedCounters();
   try {
-    if (step.process(context) != StepResult::stop) return true;
-    countReason(counters, "Drop", "stopped by step {}", step.name());
+    if (step.process(context) != StepResult::stop) [[likely]]
+      return true;
+    countReason(context, "Drop", "stopped by step {}", step.name());
     return false;
   } catch (const std::exception& failure) {
-    countFailure(counters, step, failure.what());
+    countFailure(context, step, failure.what());
   } catch (...) {
-    countFailure(counters, step, "unknown exception");
+    countFailure(context, step, "unknown exception");
   }
   return true;
 }

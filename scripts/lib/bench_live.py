@@ -1,7 +1,7 @@
 """Live ports against Open vSwitch's userspace datapath: the same hosts, links and packets, one in 1,000 sampled by both.
 
-The sender has one core and the switch the other. Saturated, the packets that come out in a second are what a core carries; at a rate that
-both carry, what a switch takes of the processor says the same of a core that is not full.
+The sender has one core and the switch the other. What is compared are the packets that come out for a second of the processor that the switch
+takes: with all that the sender can send, when packets wait and system calls take many at a time, and at a rate at which they come alone.
 """
 import contextlib
 import os
@@ -52,15 +52,15 @@ def measure(setting):
     except Unavailable as reason:
         yield Row(GROUP, "agent to Open vSwitch", None, note=str(reason))
         return
-    saturated, carried = ({name: statistics.median(run[which] for run in runs) for name, runs in figures.items()} for which in (0, 1))
-    for name in makers:
-        yield Row(GROUP, f"{name}: saturated", saturated[name], "packets/s")
-        yield Row(GROUP, f"{name}: packets a second of its processor time, at {CARRIED:,}", carried[name], "packets/s")
+    for which, load in ((0, "all that the sender sends"), (1, f"{CARRIED:,} a second")):
+        out, each = ({name: statistics.median(run[which][part] for run in runs) for name, runs in figures.items()} for part in (0, 1))
+        for name in makers:
+            yield Row(GROUP, f"{name}, {load}: packets a second of a core", each[name], "packets/s",
+                      note=f"{out[name]:,.0f} came out, {out[name] / each[name]:.0%} of the core")
+        if "Open vSwitch" in makers:
+            yield Row(GROUP, f"agent to Open vSwitch, {load}", each["agent"] / each["Open vSwitch"], "", least=LEAST)
     if "Open vSwitch" not in makers:
         yield Row(GROUP, "agent to Open vSwitch", None, note="not installed: scripts/bootstrap bench")
-        return
-    yield Row(GROUP, "agent to Open vSwitch, saturated", saturated["agent"] / saturated["Open vSwitch"], "", least=LEAST)
-    yield Row(GROUP, f"agent to Open vSwitch, at {CARRIED:,}", carried["agent"] / carried["Open vSwitch"], "", least=LEAST)
 
 
 def _prepare(net):
@@ -73,10 +73,10 @@ def _prepare(net):
 
 
 def _load(setting, net, switch, rate, seconds):
-    """Packets that came out for each second of the processor that the switch took."""
+    """Packets that came out in a second, and for each second of the processor that the switch took."""
     for address in (net.b.ipv4, net.b.ipv6):
         net.a.run(["ping", "-n", "-q", "-c", 1, "-w", 30, address])
-    sender = net.a.popen([*_priority(setting), "taskset", "-c", SENDER_CORE, setting.program("live_load"), "send", "--to", net.b.ipv4, "--to", net.b.ipv6,
+    sender = net.a.popen([*setting.priority, "taskset", "-c", SENDER_CORE, setting.program("live_load"), "send", "--to", net.b.ipv4, "--to", net.b.ipv6,
                           "--packets", int(rate * (seconds + 10)), "--rate", rate, "--flows", FLOWS], stdout=subprocess.DEVNULL)
     try:
         until(lambda: net.b.counters("eth0")["packets_in"] > 10_000, 30, "no packets come out", [switch])
@@ -86,11 +86,7 @@ def _load(setting, net, switch, rate, seconds):
     finally:
         sender.send_signal(signal.SIGKILL)
         sender.wait()
-    return packets / (clock if rate == SENT else cpu)
-
-
-def _priority(setting):
-    return ["chrt", "-f", "10"] if "chrt" in setting.prefix else []
+    return packets / clock, packets / cpu
 
 
 class Switch:
@@ -123,7 +119,7 @@ class Switch:
         return program
 
     def _affinity(self):
-        return [*_priority(self.setting), "taskset", "-c", str(SWITCH_CORE)]
+        return [*self.setting.priority, "taskset", "-c", str(SWITCH_CORE)]
 
     def runs(self):
         return self.process.runs()

@@ -5,7 +5,8 @@
 
 Groups: packet (lookup and decision against absl's and DPDK's tables), replay (the whole program against softflowd and nfpcapd), live
 (against Open vSwitch; root), control (the state machine), start (exec to the first packet, and memory a flow; root). Ratios are of
-one run. What is measured has a core and, as root, real-time priority of its own, so that others who use the machine disturb it less.
+one run. What is measured has, as root, real-time priority, so that others who use the machine disturb it less, and a core of its own; in
+replay all cores, as whoever waits for a program that reads a capture lets it have.
 With --plot cost against size is drawn into docs/, and nothing else done. The status is 0 when all could be measured, targets met or not.
 """
 import argparse
@@ -28,15 +29,14 @@ from bench_programs import Setting
 from programs import Failure
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PLOT = ROOT / "docs/cost-against-size.svg"
+PLOTS = ROOT / "docs"
 GROUPS = {"packet": bench_packet, "replay": bench_replay, "live": bench_live, "control": bench_control, "start": bench_start}
 SCRATCH = 4 << 30  # bytes of captures and tables
 
 
-def prefix():
-    """What goes before a measured command line."""
-    core = ["taskset", "-c", str(max(os.sched_getaffinity(0)))]
-    return ["chrt", "-f", "10", *core] if os.geteuid() == 0 and shutil.which("chrt") else core
+def priority():
+    """What goes before a measured command line, so that nobody else's work does."""
+    return ["chrt", "-f", "10"] if os.geteuid() == 0 and shutil.which("chrt") else []
 
 
 def scratch():
@@ -51,13 +51,14 @@ def main():
     parser.add_argument("--only", action="append", choices=GROUPS, help="this group, and others that are named so")
     parser.add_argument("--quick", action="store_true", help="all of it at a small size: shows that it works, and measures nothing")
     parser.add_argument("--json", type=pathlib.Path, help="the rows as a file, too")
-    parser.add_argument("--plot", action="store_true", help=f"draws {PLOT.relative_to(ROOT)}")
+    parser.add_argument("--plot", action="store_true", help="draws cost against size into docs/*.svg, and does nothing else")
     arguments = parser.parse_args()
     rows, good = [], True
     with tempfile.TemporaryDirectory(prefix="bench-", dir=scratch()) as folder:
-        setting = Setting(arguments.build.resolve(), folder, [] if arguments.quick else prefix(), arguments.quick)
+        setting = Setting(arguments.build.resolve(), folder, [] if arguments.quick else priority(), arguments.quick)
         if arguments.plot:
-            bench_plot.draw(setting, PLOT)
+            for path in bench_plot.draw(setting, PLOTS):
+                print(path)
             return 0
         for name in arguments.only or GROUPS:
             began = time.monotonic()

@@ -24,10 +24,11 @@ class Took:
 class Setting:
     """Where the programs are, where files go, what goes before a measured command line, and how much is to be done."""
 
-    def __init__(self, build, folder, prefix, quick):
+    def __init__(self, build, folder, priority, quick):
         self.build = build
         self.folder = pathlib.Path(folder)
-        self.prefix = prefix
+        self.priority = priority
+        self.prefix = [] if quick else [*priority, "taskset", "-c", str(max(os.sched_getaffinity(0)))]
         self.quick = quick
         self.runs = 1 if quick else 3
         self._traffic = {}
@@ -39,11 +40,11 @@ class Setting:
         return path
 
     def run(self, command, environment=None):
-        """Runs a command, its output out of the way; what it took. Failure when it fails."""
+        """Runs a command on all cores, its output out of the way; what it took. Failure when it fails."""
         log = self.folder / "output"
         with log.open("wb") as output:
             began = time.monotonic()
-            process = subprocess.Popen([*self.prefix, *map(str, command)], stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+            process = subprocess.Popen([*self.priority, *map(str, command)], stdin=subprocess.DEVNULL, stdout=output, stderr=output,
                                        env={**os.environ, **(environment or {})})
             _, status, usage = os.wait4(process.pid, 0)
             took = Took(usage.ru_utime + usage.ru_stime, time.monotonic() - began)
@@ -126,7 +127,7 @@ egressInterfaces = {leaving}
 
     def start(self):
         """Starts an agent that stays; its Program."""
-        return Program("pexa-agent", [*self.setting.prefix, self.setting.program("pexa-agent"), "--config", self.config],
+        return Program("pexa-agent", [*self.setting.priority, self.setting.program("pexa-agent"), "--config", self.config],
                        self.directory / "agent.log", {**os.environ, **self.ENVIRONMENT})
 
     def await_replay(self, agent):

@@ -35,8 +35,8 @@ def _against_peers(setting, flows, packets):
         for name, agent in contenders.items():
             agent.want()
             took[name].append(agent.to_the_end())
-        took["softflowd"].append(setting.run(["softflowd", "-r", capture, "-v", "9", "-m", "10000000"]))
-        took["nfpcapd"].append(_nfpcapd(setting, capture))
+        for peer, _ in PEERS:
+            took[peer].append(count_with(setting, peer, capture))
     wrong = _compare(setting, traffic, contenders["agent"])
     cpu = {name: statistics.median(each.cpu for each in runs) for name, runs in took.items()}
     wall = {name: statistics.median(each.wall for each in runs) for name, runs in took.items()}
@@ -52,7 +52,10 @@ def _against_peers(setting, flows, packets):
         agent.forget()
 
 
-def _nfpcapd(setting, capture):
+def count_with(setting, peer, capture):
+    """What a peer takes to count a capture."""
+    if peer == "softflowd":
+        return setting.run(["softflowd", "-r", capture, "-v", "9", "-m", "10000000"])
     folder = setting.folder / "nfpcapd"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
@@ -107,18 +110,22 @@ class Written(NfdumpCollector):
 
 
 def _by_size(setting, sizes, packets):
-    """A packet's way through the loop, by the number of flows: the loop's slices with packets, divided by the packets."""
+    """A packet's way through the loop, by the number of flows."""
     for flows in sizes:
         run = AgentRun(setting, f"size-{flows}", setting.traffic(flows, packets))
         run.want()
-        agent = run.start()
-        try:
-            run.await_replay(agent)
-            slices = [row for row in run.sft("metrics", "pexa_loop_slice_seconds") if row["labels"].get("work") == "packets"]
-            yield Row(GROUP, f"loop's time a packet, {flows:,} flows", _seconds(slices) / packets * 1e9, "ns")
-        finally:
-            agent.end(seconds=60)
-            run.forget()
+        yield Row(GROUP, f"loop's time a packet, {flows:,} flows", loop_time(run) / packets * 1e9, "ns")
+        run.forget()
+
+
+def loop_time(run):
+    """Seconds that the agent's loop takes for the packets of a capture whose flows are wanted: its slices with packets."""
+    agent = run.start()
+    try:
+        run.await_replay(agent)
+        return _seconds(row for row in run.sft("metrics", "pexa_loop_slice_seconds") if row["labels"].get("work") == "packets")
+    finally:
+        agent.end(seconds=60)
 
 
 def _seconds(rows):

@@ -49,7 +49,7 @@ def _start(setting, run, what, most):
     except Unavailable as reason:
         yield Row(GROUP, name, None, note=str(reason))
         return
-    yield Row(GROUP, name, statistics.median(took), "s", most=most, note="a live port")
+    yield Row(GROUP, name, statistics.median(took) * 1e3, "ms", most=most * 1e3, note="a live port")
 
 
 def _first_packet(setting, run, net):

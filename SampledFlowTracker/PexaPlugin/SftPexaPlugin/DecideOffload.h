@@ -69,6 +69,7 @@ template <class Domain>
 }
 
 // True: the packet's flow is in hardware, and the packet has been counted. `traced` is packetsTraced().
+// REQUIRES: counters, where a flow is in hardware.
 template <class Domain>
 [[gnu::always_inline]] inline bool decideOffload(const FlowTracking::HoFlowStatus* hoFlowStatus,
                                                  Pexa::Counter::PexaSftHoCounterCollection* localHoCounters,
@@ -82,11 +83,12 @@ template <class Domain>
                                      ? OffloadOutcome::offloaded
                                      : OffloadOutcome::notInHardware;
   const bool offloaded = outcome == OffloadOutcome::offloaded;
-  // Who only asks, without counters, is not counted.
-  if (localHoCounters) localHoCounters->outcomes().inc<Domain>(direction, outcome);
   if (offloaded) {
+    localHoCounters->outcomes().inc<Domain>(direction, outcome);
     counterOf(*localHoCounters, candidate).hoCount(candidate.key().intfId, candidate.bytes());
   } else {
+    // Who only asks, without counters, is not counted.
+    if (localHoCounters) localHoCounters->outcomes().inc<Domain>(direction, outcome);
     countReason(pktCtx, kDrop,
                 outcome == OffloadOutcome::noStatus ? "No flow status" : "Flow state not in hardware");
   }

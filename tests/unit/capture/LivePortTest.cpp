@@ -137,6 +137,87 @@ TEST_F(Cable, ManyPacketsComeInFullBurstsAndNoneIsForgotten) {
   EXPECT_GT(right.nextReceive(), now_);
 }
 
+// A packet that can be told from others.
+Packet numbered(std::size_t number, std::size_t payload = 60) {
+  return PacketBuilder()
+      .ipv4("10.0.0.1", "10.0.0.2")
+      .udp(static_cast<std::uint16_t>(number), static_cast<std::uint16_t>(number >> 16))
+      .payload(payload)
+      .build();
+}
+
+TEST_F(Cable, FramesOfAllLengthsKeepTheirOrder) {
+  for (const std::string side : {"left", "right"}) ASSERT_TRUE(run("ip link set " + side + " mtu 9000"));
+  LivePort left("left");
+  LivePort right("right");
+  Frames sent;
+  for (std::size_t i = 0; i < 200; ++i) {
+    const std::size_t payload = i % 7 == 3 || i % 11 > 7 ? 1000 + 40 * i : i;
+    const Packet packet = numbered(i, payload);
+    transmit(left, packet);
+    sent.push_back(packet.bytes);
+  }
+  EXPECT_EQ(receive(right, sent.size()), sent);
+  EXPECT_EQ(right.offloads()->framesUnusable, 0U);
+}
+
+TEST_F(Cable, GoesOnInOrderForMoreFramesThanTheKernelHolds) {
+  LivePort left("left");
+  LivePort right("right");
+  for (std::size_t i = 0; i < 45'000; i += 15) {
+    Frames sent;
+    for (std::size_t each = i; each < i + 15; ++each) {
+      transmit(left, numbered(each));
+      sent.push_back(numbered(each).bytes);
+    }
+    ASSERT_EQ(receive(right, sent.size()), sent) << i;
+  }
+}
+
+TEST_F(Cable, WhatTheKernelCannotHoldIsCounted) {
+  LivePort left("left");
+  LivePort right("right");
+  constexpr std::size_t kSent = 30'000;
+  for (std::size_t i = 0; i < kSent; ++i) transmit(left, udp());
+  std::size_t got = 0;
+  while (const std::size_t count = right.receive(room_, now_)) got += count;
+  right.refresh();
+  EXPECT_GT(got, 10'000U);
+  EXPECT_LT(got, kSent);
+  EXPECT_EQ(right.counts().dropsIn, kSent - got);
+  transmit(left, udp());
+  EXPECT_EQ(receive(right, 1).size(), 1U);
+}
+
+TEST_F(Cable, WhatWasReceivedIsDeliveredAlthoughTheInterfaceWentAwayAndCameBack) {
+  LivePort right("right");
+  Frames sent;
+  {
+    LivePort left("left");
+    for (std::size_t i = 0; i < 5; ++i) {
+      transmit(left, numbered(i));
+      sent.push_back(numbered(i).bytes);
+    }
+  }
+  Frames got;
+  const auto take = [&] {
+    if (right.receive(std::span(room_).first(1), now_) == 0) return;
+    got.emplace_back(room_[0].pkt.front(), room_[0].pkt.front() + room_[0].pkt.capturedLength());
+  };
+  take();
+  ASSERT_TRUE(run("ip link del left"));
+  connect();
+  for (int i = 0; i < 5; ++i) {
+    now_ += LivePort::kLookSeconds;
+    take();
+  }
+  EXPECT_EQ(got, sent);
+  right.receive(room_, now_ += LivePort::kLookSeconds);
+  LivePort left("left");
+  transmit(left, udp());
+  EXPECT_EQ(receive(right, 1), (Frames{udp().bytes}));
+}
+
 TEST_F(Cable, WaitsForAnInterfaceThatIsDown) {
   ASSERT_TRUE(run("ip link set right down"));
   LivePort right("right");
