@@ -9,6 +9,7 @@
 
 #include "agent/Agent.h"
 #include "agent/AgentConfig.h"
+#include "agent/SteadyMemory.h"
 #include "terminal/Progress.h"
 
 namespace {
@@ -48,6 +49,7 @@ void logToStandardError() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Pexa::steadyMemory();
   Options options;
   CLI::App app("A forwarding agent: replays captures, forwards between ports, samples, and runs plugins.",
                "pexa-agent");

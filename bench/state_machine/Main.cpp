@@ -9,6 +9,7 @@
 
 #include "Phases.h"
 #include "TargetRows.h"
+#include "agent/SteadyMemory.h"
 
 namespace {
 
@@ -44,6 +45,7 @@ void run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Pexa::steadyMemory();
   Options options;
   CLI::App app("Measures the state machine at several sizes");
   app.add_option("--flows", options.flows, "sizes")->delimiter(',')->check(CLI::Range(16, 4000000));
