@@ -14,8 +14,7 @@ void TableIndex::stateIs(std::uint64_t buckets, std::uint64_t compactions,
                          const std::vector<std::uint32_t>& hashes) {
   buckets_ = buckets;
   compactions_ = compactions;
-  hashes_.reserve(kMostSlots);
-  hashes_ = hashes;
+  hashes_.assign(hashes.begin(), hashes.end());
 }
 
 void TableIndex::publishState() {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 #include "quell/TableFile.h"
@@ -73,9 +74,9 @@ class TableIndex {
   TableSpace& space_;
   std::uint64_t buckets_ = 1;
   std::uint64_t compactions_ = 0;
-  // By slot, four bytes each, which a split reads in place of every record of its bucket. Addresses for all
-  // are taken at once, so that it grows without being copied; memory comes as it is touched.
-  std::vector<std::uint32_t> hashes_;
+  // By slot, four bytes each, which a split reads in place of every record of its bucket. In pieces, so that
+  // it grows without being copied.
+  std::deque<std::uint32_t> hashes_;
   // Of the split and of the compaction under way; kept for their memory.
   Chain old_;
   std::vector<EntryPlace> movers_;
