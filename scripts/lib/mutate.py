@@ -1,0 +1,62 @@
+"""scripts/mutate: changes one thing at a time in the trusted rooms and expects a test to fail."""
+import argparse
+import json
+import pathlib
+import random
+import re
+import sys
+import time
+
+import mutate_build
+import mutate_report
+import mutate_run
+
+TOP = pathlib.Path(__file__).resolve().parents[2]
+FOLDER = TOP / "build/mutate"
+KEPT = TOP / "tests/mutation/kept.tsv"
+
+
+def chosen(mutants, options):
+    numbers = [number for number, each in mutants.items() if each["built"]]
+    if options.only:
+        wanted = re.compile(options.only)
+        numbers = [number for number in numbers if wanted.search(f"{mutants[number]['file']}:{mutants[number]['line']} {mutants[number]['function']}")]
+    if not options.all and len(numbers) > options.sample:
+        numbers = sorted(random.Random(options.seed).sample(numbers, options.sample))
+    return numbers
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="scripts/mutate")
+    parser.add_argument("--only")
+    parser.add_argument("--all", action="store_true")
+    parser.add_argument("--sample", type=int, default=300)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--no-build", action="store_true")
+    options = parser.parse_args()
+    if not options.no_build:
+        mutate_build.build(TOP, FOLDER)
+    mutants = mutate_build.load(FOLDER)
+    numbers = chosen(mutants, options)
+    if not numbers:
+        raise SystemExit("mutate: no change matches")
+
+    programs = [FOLDER / "build/bin" / name for name in trusted_rooms.PROGRAMS]
+    reached, left_out = mutate_run.record(programs, FOLDER)
+    began = time.monotonic()
+
+    def tell(number, outcome, done, of):
+        if outcome == "survived" or done % 100 == 0:
+            print(f"{done}/{of} {time.monotonic() - began:.0f} s  {outcome} ({number}): {mutate_report.told(mutants, number)}", file=sys.stderr, flush=True)
+
+    outcomes = mutate_run.run_all(numbers, reached, tell)
+    (FOLDER / "outcomes.json").write_text(json.dumps(outcomes, indent=0))
+    with open(FOLDER / "report.txt", "w") as file:
+        how = "" if options.all or options.only else f", chosen by seed {options.seed}"
+        good = mutate_report.report(mutants, outcomes, mutate_report.Kept(KEPT), how, left_out, file)
+    sys.stdout.write((FOLDER / "report.txt").read_text())
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

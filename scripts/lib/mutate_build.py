@@ -1,0 +1,146 @@
+"""Builds the test programs once with all changes in them: a copy of the sources in build/mutate/src, rewritten."""
+import concurrent.futures
+import json
+import pathlib
+import re
+import shutil
+import struct
+import subprocess
+import sys
+
+import mutate_find
+import mutate_write
+import trusted_rooms
+
+MOST_ROUNDS = 6
+ERROR = re.compile(r"^(?:In file included from )?(?:\S*/mutate/src/)(?P<path>[^:\s]+):(?P<line>\d+):(?:\d+:)? +(?P<what>error|note|.*required from)", re.M)
+DEVICE = "tests/mutation"
+
+
+def sources(top):
+    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=top, check=True, capture_output=True, text=True).stdout
+    return [path for path in listed.splitlines() if (top / path).is_file()]
+
+
+def write_changed(path, data):
+    """Leaves a file that holds this already alone, so that nothing is built anew for it."""
+    if path.is_file() and path.read_bytes() == data:
+        return
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(data)
+
+
+class Build:
+    def __init__(self, top, folder):
+        self.top, self.folder = top, folder
+        self.tree = folder / "src"
+        self.programs = folder / "build" / "bin"
+        self.arguments = ["-std=c++20", *(f"-I{top / each}" for each in trusted_rooms.INCLUDES)]
+
+    def find(self):
+        """All changes: numbers from 1 on, in the order of their places."""
+        paths = [path for path in sources(self.top) if path.endswith((".h", ".cpp")) and trusted_rooms.room_of(path)]
+        with concurrent.futures.ProcessPoolExecutor(2) as pool:
+            found = pool.map(mutate_find.find, [self.top / path for path in paths], [self.arguments] * len(paths))
+            self.sites = dict(zip(paths, found))
+        self.mutants, seen = {}, {}
+        for path, sites in self.sites.items():
+            for site in sites:
+                for _, _, change in site.changes:
+                    key = (path, site.function, change)
+                    seen[key] = seen.get(key, 0) + 1
+                    self.mutants[len(self.mutants) + 1] = {"file": path, "line": site.line, "function": site.function, "change": change,
+                                                           "end": site.line + self.lines(path, site)}
+        self.dropped = set()
+
+    def lines(self, path, site):
+        return (self.top / path).read_bytes()[site.start:site.end].count(b"\n")
+
+    def copy(self):
+        """The tree with what is still to be made in it."""
+        for path in sources(self.top):
+            if path not in self.sites:
+                target = self.tree / path
+                target.parent.mkdir(parents=True, exist_ok=True)
+                if not target.exists() or target.stat().st_mtime_ns != (self.top / path).stat().st_mtime_ns:
+                    if path not in ("CMakeLists.txt", "cmake/Rooms.cmake"):
+                        shutil.copy2(self.top / path, target)
+        rooms = (self.top / "cmake/Rooms.cmake").read_text()
+        rooms = rooms.replace("add_executable(${name} ${arg_SOURCES})", f"add_executable(${{name}} ${{arg_SOURCES}} ${{CMAKE_SOURCE_DIR}}/{DEVICE}/Listener.cpp)")
+        write_changed(self.tree / "cmake/Rooms.cmake", rooms.encode())
+        lists = (self.top / "CMakeLists.txt").read_text()
+        lists = lists.replace("enable_testing()", f"add_library(mutants SHARED {DEVICE}/Mutant.cpp)\nlink_libraries(mutants)\nenable_testing()", 1)
+        write_changed(self.tree / "CMakeLists.txt", lists.encode())
+        number = 0
+        for path, sites in self.sites.items():
+            numbers = []
+            for site in sites:
+                ids = range(number + 1, number + 1 + len(site.changes))
+                number += len(site.changes)
+                numbers.append([None if each in self.dropped else each for each in ids])
+            write_changed(self.tree / path, mutate_write.rewritten((self.top / path).read_bytes(), sites, numbers).encode())
+
+    def compile(self):
+        """Builds; leaves out what does not compile, and builds again."""
+        out = self.folder / "build"
+        flags = f"-w -include {self.tree / DEVICE / 'Mutant.h'}"
+        for _ in range(MOST_ROUNDS):
+            self.copy()
+            if not (out / "build.ninja").exists():
+                subprocess.run(["cmake", "--preset", "dev", "-S", self.tree, "-B", out, f"-DCMAKE_CXX_FLAGS={flags}", "-DSFT_BENCH=OFF",
+                                "-DCMAKE_CXX_FLAGS_DEBUG=-Og"], cwd=self.tree, check=True, stdout=subprocess.DEVNULL)
+            ran = subprocess.run(["nice", "-n", "5", "ninja", "-j2", "-l3", "-k0", "-C", out, *trusted_rooms.PROGRAMS], capture_output=True, text=True)
+            (self.folder / "build.log").write_text(ran.stdout + ran.stderr)
+            if ran.returncode == 0:
+                return
+            bad = self.blamed(ran.stdout) - self.dropped
+            print(f"mutate: {len(bad)} changes do not compile and are left out", file=sys.stderr, flush=True)
+            if not bad:
+                break
+            self.dropped |= bad
+        raise SystemExit(f"mutate: the changed sources do not build; see {self.folder / 'build.log'}")
+
+    def blamed(self, output):
+        """The changes at the lines that the compiler complains of."""
+        lines = {(match["path"], int(match["line"])) for match in ERROR.finditer(output) if trusted_rooms.room_of(match["path"])}
+        return {number for number, each in self.mutants.items()
+                if any((each["file"], line) in lines for line in range(each["line"], each["end"] + 1))}
+
+    def numbers_built(self):
+        """Numbers of the changes that are in the programs, and not only in what the compiler evaluates."""
+        numbers = set()
+        names = [self.programs / name for name in trusted_rooms.PROGRAMS] + sorted((self.folder / "build/lib").glob("*.so"))
+        section = self.folder / "section"
+        for name in names:
+            section.unlink(missing_ok=True)
+            subprocess.run(["objcopy", "--dump-section", f".mutants={section}", name, self.folder / "stripped"], stderr=subprocess.DEVNULL)
+            if section.exists():
+                numbers.update(each for each, in struct.iter_unpack("<i", section.read_bytes()))
+        section.unlink(missing_ok=True)
+        (self.folder / "stripped").unlink(missing_ok=True)
+        return numbers
+
+    def save(self):
+        built = self.numbers_built()
+        for number, each in self.mutants.items():
+            each["built"] = number in built and number not in self.dropped
+        (self.folder / "mutants.json").write_text(json.dumps(self.mutants, indent=0))
+
+
+def build(top, folder):
+    if shutil.which("ninja") is None or shutil.which("objcopy") is None:
+        raise SystemExit("mutate: no ninja or no objcopy; run scripts/bootstrap build")
+    folder.mkdir(parents=True, exist_ok=True)
+    work = Build(top, folder)
+    work.find()
+    print(f"mutate: {len(work.mutants)} changes in {len(work.sites)} files", file=sys.stderr, flush=True)
+    work.compile()
+    work.save()
+
+
+def load(folder):
+    """Number to change, as save wrote them."""
+    path = pathlib.Path(folder) / "mutants.json"
+    if not path.is_file():
+        raise SystemExit("mutate: nothing is built; run without --no-build")
+    return {int(number): each for number, each in json.loads(path.read_text()).items()}
