@@ -1,6 +1,6 @@
-// In each test program of scripts/mutate: writes which places each case reaches to the file SFT_MUTANT_RECORD,
-// a line a case: name, milliseconds, "passed" or "failed", numbers. Places reached before the first case stand
-// under the name "*".
+// In each test program of scripts/mutate: writes which places each case reaches to the file
+// SFT_MUTANT_RECORD, a line a case: name, milliseconds, "passed" or "failed", numbers. Places reached before
+// the first case stand under the name "*".
 #include <gtest/gtest.h>
 
 #include <cstdlib>
