@@ -20,13 +20,15 @@ class Row:
         return f">= {shown(self.least)}" if self.least is not None else ""
 
     def verdict(self):
-        """"met", "missed by 12 %", "not measured", or nothing where nothing is asked for."""
+        """"met", "missed by 12 %" ("missed" where the target is none at all), "not measured", or nothing where nothing is asked for."""
         if self.figure is None:
             return "not measured"
         if self.most is None and self.least is None:
             return ""
         if self.met():
             return "met"
+        if self.most == 0:
+            return "missed"
         off = self.figure / self.most - 1 if self.most is not None else 1 - self.figure / self.least
         return f"missed by {max(off * 100, 1):.0f} %"
 
