@@ -45,6 +45,8 @@ if(SFT_SANITIZE)
   endif()
 endif()
 if(SFT_COVERAGE)
-  add_compile_options(--coverage)
+  # For the rooms that are measured and their tests (scripts/coverage): all other objects are those of the dev preset, out of the
+  # compiler cache.
+  set(SFT_COVERAGE_OPTIONS -O0 --coverage)
   add_link_options(--coverage)
 endif()

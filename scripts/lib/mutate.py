@@ -41,7 +41,7 @@ def main():
     if not numbers:
         raise SystemExit("mutate: no change matches")
 
-    programs = [FOLDER / "build/bin" / name for name in trusted_rooms.PROGRAMS]
+    programs = [mutate_build.programs(FOLDER) / name for name in trusted_rooms.PROGRAMS]
     reached, left_out = mutate_run.record(programs, FOLDER)
     began = time.monotonic()
 

@@ -7,7 +7,7 @@ labels, static_assert, enumerators, bit widths) and what a macro writes.
 import bisect
 import dataclasses
 
-from clang.cindex import Config, CursorKind as K, Index, TokenKind, TranslationUnit, TypeKind
+from clang.cindex import CursorKind as K, Index, TokenKind, TranslationUnit, TypeKind
 
 SWAPS = {"<": ["<="], "<=": ["<"], ">": [">="], ">=": [">"], "==": ["!="], "!=": ["=="], "&&": ["||"], "||": ["&&"],
          "+": ["-"], "-": ["+"], "*": ["+"], "/": ["*"], "%": ["*"], "&": ["|"], "|": ["&"], "^": ["&"], "<<": [">>"], ">>": ["<<"],
@@ -31,24 +31,29 @@ class Site:
     rank: int   # of sites that cover the same stretch the outer one has the lower rank
 
 
+def is_macro(name):
+    return name == "assert" or (len(name) > 2 and name.upper() == name and name[0].isalpha())
+
+
 class Finder:
-    def __init__(self, path, arguments):
+    def __init__(self, unit, path):
         self.path = str(path)
         self.text = open(path, "rb").read()
-        options = TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD
-        self.unit = Index.create().parse(self.path, args=["-x", "c++", *arguments], options=options)
-        wrong = [each for each in self.unit.diagnostics if each.severity >= 3]
-        if wrong:
-            raise ValueError(f"{path}: libclang: {wrong[0]}")
-        end = len(self.text)
-        whole = self.unit.get_extent(self.path, (0, end))
-        self.tokens = [(t.extent.start.offset, t.extent.end.offset, t.spelling) for t in self.unit.get_tokens(extent=whole)
+        self.unit = unit
+        whole = unit.get_extent(self.path, (0, len(self.text)))
+        self.tokens = [(t.extent.start.offset, t.extent.end.offset, t.spelling) for t in unit.get_tokens(extent=whole)
                        if t.kind != TokenKind.COMMENT]
         self.starts = [token[0] for token in self.tokens]
-        self.macros = [(c.extent.start.offset, c.extent.end.offset) for c in self.unit.cursor.get_children()
-                       if c.kind == K.MACRO_INSTANTIATION and self.here(c)]
+        self.macros = [self.macro(number) for number, token in enumerate(self.tokens) if is_macro(token[2])]
         self.sites = []
         self.function = ""
+
+    def macro(self, number):
+        """Where a macro's name and arguments stand."""
+        start, end, _ = self.tokens[number]
+        if self.spelling(number + 1) == "(":
+            end = self.tokens[self.matching(number + 1)][1]
+        return start, end
 
     def here(self, cursor):
         file = cursor.extent.start.file
@@ -130,12 +135,10 @@ class Finder:
             other = f"{text} + 1"
         if other is None:
             return
-        context = self.one_line(*self.context(parent))
+        first = self.text.rfind(b"\n", 0, start) + 1
+        last = self.text.find(b"\n", end)
+        context = self.one_line(first, last if last >= 0 else len(self.text)).strip()
         self.add(start, end, [("swap", other, f"{text}  =>  {other}  in  {context}")], 3)
-
-    def context(self, parent):
-        start, end = parent.extent.start.offset, parent.extent.end.offset
-        return start, min(end, start + 160)
 
     def condition(self, start, end, both=True):
         text = self.one_line(start, end)
@@ -269,5 +272,16 @@ class Finder:
             self.visit(child, cursor)
 
 
-def find(path, arguments):
-    return Finder(path, arguments).find()
+def find(paths, arguments, folder):
+    """Of each file its sites. Many files are read as one, which spares reading what they all include; files that do not go together
+    are read apart."""
+    every = folder / "together.cpp"
+    every.write_text("".join(f'#include "{path}"\n' for path in paths))
+    unit = Index.create().parse(str(every), args=arguments)
+    wrong = [each for each in unit.diagnostics if each.severity >= 3]
+    if not wrong:
+        return {path: Finder(unit, path).find() for path in paths}
+    if len(paths) == 1:
+        raise ValueError(f"{paths[0]}: libclang: {wrong[0]}")
+    half = len(paths) // 2
+    return {**find(paths[:half], arguments, folder), **find(paths[half:], arguments, folder)}

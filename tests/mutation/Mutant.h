@@ -1,6 +1,5 @@
-// Included before everything in the copy of the sources that scripts/mutate builds: each place that may be
-// changed asks here whether its change is the one to be made. A program makes at most one, the one that
-// SFT_MUTANT names.
+// Included by each source in the copy that scripts/mutate builds: each place that may be changed asks here
+// whether its change is the one to be made. A program makes at most one, the one that SFT_MUTANT names.
 //
 // A place that only the compiler evaluates never changes. Those that are in a program leave their number in
 // its section `.mutants`, so that the script knows what can be made at all.
