@@ -114,12 +114,13 @@ class Build:
             self.copy()
             if not (self.out / "build.ninja").exists():
                 subprocess.run(["cmake", "--preset", "dev", "-DCMAKE_CXX_FLAGS=-w", "-DSFT_BENCH=OFF"], cwd=self.tree, check=True, stdout=subprocess.DEVNULL)
-            ran = subprocess.run(["nice", "-n", "5", "ninja", "-j2", "-l3", "-k0", "-C", self.out, *trusted_rooms.PROGRAMS],
-                                 capture_output=True, text=True, env=environment)
-            (self.folder / "build.log").write_text(ran.stdout + ran.stderr)
+            log = self.folder / "build.log"
+            with open(log, "w") as out:
+                ran = subprocess.run(["nice", "-n", "5", "ninja", "-j2", "-l3", "-k0", "-C", self.out, *trusted_rooms.PROGRAMS],
+                                     stdout=out, stderr=out, env=environment)
             if ran.returncode == 0:
                 return
-            bad = self.blamed(ran.stdout) - self.dropped
+            bad = self.blamed(log.read_text()) - self.dropped
             print(f"mutate: {len(bad)} changes do not compile and are left out", file=sys.stderr, flush=True)
             if not bad:
                 break

@@ -6,6 +6,7 @@ labels, static_assert, enumerators, bit widths) and what a macro writes.
 """
 import bisect
 import dataclasses
+import pathlib
 
 from clang.cindex import CursorKind as K, Index, TokenKind, TranslationUnit, TypeKind
 
@@ -38,7 +39,7 @@ def is_macro(name):
 class Finder:
     def __init__(self, unit, path):
         self.path = str(path)
-        self.text = open(path, "rb").read()
+        self.text = pathlib.Path(path).read_bytes()
         self.unit = unit
         whole = unit.get_extent(self.path, (0, len(self.text)))
         self.tokens = [(t.extent.start.offset, t.extent.end.offset, t.spelling) for t in unit.get_tokens(extent=whole)
@@ -196,7 +197,7 @@ class Finder:
         elif kind == K.UNARY_OPERATOR and len(children) == 1 and self.spelling(self.first_token(cursor.extent.start.offset)) == "!":
             start, end = cursor.extent.start.offset, cursor.extent.end.offset
             whole = self.one_line(start, end)
-            self.add(start, end, [("swap", whole[1:], f"{whole}  =>  {whole[1:].strip()}")], 2)
+            self.add(start, end, [("swap", f"static_cast<bool>({whole[1:]})", f"{whole}  =>  {whole[1:].strip()}")], 2)
         elif kind == K.CONDITIONAL_OPERATOR and len(children) == 3:
             self.condition(children[0].extent.start.offset, children[0].extent.end.offset)
         elif kind in (K.IF_STMT, K.WHILE_STMT, K.FOR_STMT, K.DO_STMT, K.CXX_FOR_RANGE_STMT, K.CASE_STMT, K.DEFAULT_STMT):

@@ -10,7 +10,7 @@ ROOMS = {
 INCLUDES = ["platform", "runtime", "flow_records", "local_counters", "SampledFlowTracker/PexaPlugin", "SampledFlowTracker/Audit"]
 PROGRAMS = ["flow_records_test", "local_counters_test", "drova_helper_test", "packet_path_test", "packet_path_no_allocation_test",
             "plugin_frame_test", "plugin_module_test", "state_machine_test", "state_machine_twin_test", "audit_test", "audit_module_test",
-            "quell_test", "quell_scheduled_test", "quell_concurrency_test"]
+            "quell_test", "quell_large_test", "quell_scheduled_test", "quell_concurrency_test"]
 
 
 def room_of(path):
