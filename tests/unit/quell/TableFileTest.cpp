@@ -186,6 +186,24 @@ TEST_F(TableFiles, PathsThatLeadOutsideAreRefused) {
   }
 }
 
+TEST_F(TableFiles, ANameIsShorterThanTwoHundredBytesAndHasNoZeroInIt) {
+  const auto error = [&](const std::string& path) {
+    return tableError([&] {
+      Quell::TableFile::open({dir_.path(), path, "red"}, Quell::TableFile::Access::read);
+    });
+  };
+  EXPECT_THAT(error(std::string(200, 'a')), HasSubstr("expected names separated by single slashes"));
+  EXPECT_THAT(error(std::string("a\0b", 3)), HasSubstr("expected names separated by single slashes"));
+  EXPECT_THAT(error(std::string(199, 'a')), HasSubstr("there is no such table"));
+}
+
+TEST_F(TableFiles, AFileInAFoldersPlaceIsRefused) {
+  std::ofstream(dir_.path() + "/tables") << "no folder";
+  EXPECT_THAT(openError(), HasSubstr("/tables: expected a folder, found something else"));
+  EXPECT_THAT(tableError([this] { files_.open(); }),
+              HasSubstr("/tables: expected a folder, found something else"));
+}
+
 TEST_F(TableFiles, AMissingRunDirectoryIsNamed) {
   const Quell::TablePlace place{dir_.path() + "/missing", "a", "red"};
   Quell::TableFile::Creation creation;
