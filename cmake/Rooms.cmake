@@ -11,7 +11,10 @@ function(sft_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
-  target_compile_options(${name} PRIVATE ${SFT_COVERAGE_OPTIONS})
+  if(SFT_COVERAGE)
+    target_compile_options(${name} PRIVATE ${SFT_COVERAGE_OPTIONS})
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON)  # the cache has none of it: fewer, larger sources
+  endif()
   # One ctest entry a program: starting a process for each of a thousand short cases costs more than the cases.
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")

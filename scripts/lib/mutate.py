@@ -10,6 +10,7 @@ import time
 import mutate_build
 import mutate_report
 import mutate_run
+import trusted_rooms
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = TOP / "build/mutate"
@@ -17,7 +18,8 @@ KEPT = TOP / "tests/mutation/kept.tsv"
 
 
 def chosen(mutants, options):
-    numbers = [number for number, each in mutants.items() if each["built"]]
+    wanted = trusted_rooms.rooms(options.room)
+    numbers = [number for number, each in mutants.items() if each["built"] and trusted_rooms.room_of(each["file"]) in wanted]
     if options.only:
         wanted = re.compile(options.only)
         numbers = [number for number in numbers if wanted.search(f"{mutants[number]['file']}:{mutants[number]['line']} {mutants[number]['function']}")]
@@ -28,20 +30,22 @@ def chosen(mutants, options):
 
 def main():
     parser = argparse.ArgumentParser(prog="scripts/mutate")
+    parser.add_argument("room", nargs="*")
     parser.add_argument("--only")
     parser.add_argument("--all", action="store_true")
     parser.add_argument("--sample", type=int, default=300)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--no-build", action="store_true")
     options = parser.parse_args()
+    names = trusted_rooms.programs(options.room)
     if not options.no_build:
-        mutate_build.build(TOP, FOLDER)
+        mutate_build.build(TOP, FOLDER, names)
     mutants = mutate_build.load(FOLDER)
     numbers = chosen(mutants, options)
     if not numbers:
         raise SystemExit("mutate: no change matches")
 
-    programs = [mutate_build.programs(FOLDER) / name for name in trusted_rooms.PROGRAMS]
+    programs = [mutate_build.programs(FOLDER) / name for name in names]
     reached, left_out = mutate_run.record(programs, FOLDER)
     began = time.monotonic()
 

@@ -20,7 +20,7 @@ DEVICE = "tests/mutation"
 # What makes a test program; its own sources hold no change and need not be fast.
 PROGRAM = f"""add_executable(${{name}} ${{arg_SOURCES}} ${{CMAKE_SOURCE_DIR}}/{DEVICE}/Listener.cpp)
   target_compile_options(${{name}} PRIVATE -O0 -g0)
-  target_precompile_headers(${{name}} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)"""
+  set_target_properties(${{name}} PROPERTIES UNITY_BUILD ON)"""
 
 
 def sources(top):
@@ -42,8 +42,8 @@ def programs(folder):
 
 
 class Build:
-    def __init__(self, top, folder):
-        self.top, self.folder = top, folder
+    def __init__(self, top, folder, names):
+        self.top, self.folder, self.names = top, folder, names
         self.tree = folder / "src"
         self.out = programs(folder).parent
         self.arguments = ["-std=c++20", *(f"-I{top / each}" for each in trusted_rooms.INCLUDES)]
@@ -116,7 +116,7 @@ class Build:
                 subprocess.run(["cmake", "--preset", "dev", "-DCMAKE_CXX_FLAGS=-w", "-DSFT_BENCH=OFF"], cwd=self.tree, check=True, stdout=subprocess.DEVNULL)
             log = self.folder / "build.log"
             with open(log, "w") as out:
-                ran = subprocess.run(["nice", "-n", "5", "ninja", "-j2", "-l3", "-k0", "-C", self.out, *trusted_rooms.PROGRAMS],
+                ran = subprocess.run(["nice", "-n", "5", "ninja", "-j2", "-l3", "-k0", "-C", self.out, *self.names],
                                      stdout=out, stderr=out, env=environment)
             if ran.returncode == 0:
                 return
@@ -136,7 +136,7 @@ class Build:
     def numbers_built(self):
         """Numbers of the changes that are in the programs, and not only in what the compiler evaluates."""
         numbers = set()
-        names = [self.out / "bin" / name for name in trusted_rooms.PROGRAMS] + sorted((self.out / "lib").glob("*.so"))
+        names = [self.out / "bin" / name for name in self.names] + sorted((self.out / "lib").glob("*.so"))
         section = self.folder / "section"
         for name in names:
             section.unlink(missing_ok=True)
@@ -154,11 +154,12 @@ class Build:
         (self.folder / "mutants.json").write_text(json.dumps(self.mutants, indent=0))
 
 
-def build(top, folder):
+def build(top, folder, names):
+    """Builds the test programs of these names with all changes in them."""
     if shutil.which("ninja") is None or shutil.which("objcopy") is None:
         raise SystemExit("mutate: no ninja or no objcopy; run scripts/bootstrap build")
     folder.mkdir(parents=True, exist_ok=True)
-    work = Build(top, folder)
+    work = Build(top, folder, names)
     work.find()
     print(f"mutate: {len(work.mutants)} changes in {len(work.sites)} files", file=sys.stderr, flush=True)
     work.compile()

@@ -1,4 +1,4 @@
-"""The rooms whose tests are measured (scripts/coverage, scripts/mutate), and the test programs that try them."""
+"""The rooms whose tests are measured (scripts/coverage, scripts/mutate), and for each the test programs that try it."""
 import fnmatch
 
 ROOMS = {
@@ -8,9 +8,25 @@ ROOMS = {
     "runtime/quell": ["runtime/quell/*", "platform/Quell*.h"],
 }
 INCLUDES = ["platform", "runtime", "flow_records", "local_counters", "SampledFlowTracker/PexaPlugin", "SampledFlowTracker/Audit"]
-PROGRAMS = ["flow_records_test", "local_counters_test", "drova_helper_test", "packet_path_test", "packet_path_no_allocation_test",
-            "plugin_frame_test", "plugin_module_test", "state_machine_test", "state_machine_twin_test", "audit_test", "audit_module_test",
-            "quell_test", "quell_large_test", "quell_scheduled_test", "quell_concurrency_test"]
+PROGRAMS = {
+    "SampledFlowTracker": ["drova_helper_test", "packet_path_test", "packet_path_no_allocation_test", "plugin_frame_test", "plugin_module_test",
+                           "state_machine_test", "state_machine_twin_test", "audit_test", "audit_module_test"],
+    "flow_records": ["flow_records_test"],
+    "local_counters": ["local_counters_test"],
+    "runtime/quell": ["quell_test", "quell_large_test", "quell_scheduled_test", "quell_concurrency_test"],
+}
+
+
+def rooms(names):
+    """The rooms of these names, all of them without one."""
+    for name in names:
+        if name not in ROOMS:
+            raise SystemExit(f"there is no room {name} here; there are: {', '.join(ROOMS)}")
+    return list(names) or list(ROOMS)
+
+
+def programs(names):
+    return [program for name in rooms(names) for program in PROGRAMS[name]]
 
 
 def room_of(path):

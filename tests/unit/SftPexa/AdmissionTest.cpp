@@ -8,9 +8,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-constexpr auto kInHardware = HoFlowState::inHardware;
-constexpr auto kOverflow = HoFlowState::overflow;
-
 template <class Domain>
 class AdmissionTest : public StateMachineTest<Domain> {};
 TYPED_TEST_SUITE(AdmissionTest, Families);

@@ -8,9 +8,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr auto kInHardware = HoFlowState::inHardware;
-constexpr auto kOverflow = HoFlowState::overflow;
-
 template <class Domain>
 class ConsequencesTest : public StateMachineTest<Domain> {};
 TYPED_TEST_SUITE(ConsequencesTest, Families);

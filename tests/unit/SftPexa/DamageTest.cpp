@@ -8,8 +8,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr auto kInHardware = HoFlowState::inHardware;
-
 template <class Domain>
 class DamageTest : public StateMachineTest<Domain> {};
 TYPED_TEST_SUITE(DamageTest, Families);

@@ -9,11 +9,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-std::string doneText(unsigned processed, unsigned deletions) {
-  return fmt::format(
-      "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
-      processed, deletions);
-}
 std::string yieldText(unsigned processed, unsigned deletions) {
   return fmt::format(
       "Yielding in reconciliation processing after processing {} items, including {} deletions .", processed,

@@ -10,13 +10,6 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-constexpr auto kInHardware = HoFlowState::inHardware;
-
-std::string doneText(unsigned processed, unsigned deletions) {
-  return fmt::format(
-      "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
-      processed, deletions);
-}
 template <class Domain>
 class ReconciliationTest : public StateMachineTest<Domain> {
  protected:

@@ -10,8 +10,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
-constexpr auto kInHardware = HoFlowState::inHardware;
-
 // The lines of one trace handle.
 class HandleLines : public Kiv::TraceSink {
  public:

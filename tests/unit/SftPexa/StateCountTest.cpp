@@ -7,8 +7,6 @@ namespace {
 using ::testing::ElementsAre;
 
 constexpr auto kPending = HoFlowState::pending;
-constexpr auto kInHardware = HoFlowState::inHardware;
-constexpr auto kOverflow = HoFlowState::overflow;
 
 template <class Domain>
 class StateCountTest : public StateMachineTest<Domain> {};

@@ -9,6 +9,7 @@
 // With tasks, nothing happens until the test runs them: runSlice() one run, runAll() until nothing is due.
 #pragma once
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -23,6 +24,16 @@
 #include "quell/TableFile.h"
 
 namespace SampledFlowTracker {
+
+inline constexpr auto kInHardware = FlowTracking::HoFlowState::inHardware;
+inline constexpr auto kOverflow = FlowTracking::HoFlowState::overflow;
+
+// What the trace says of a reconciliation's run that came to the table's end.
+inline std::string doneText(unsigned processed, unsigned deletions) {
+  return fmt::format(
+      "Deletion scan for reconciliation is done, last task run processed {} items, deleting {} items.",
+      processed, deletions);
+}
 
 // The state machine's world, without a family.
 class StateMachineWorld {
