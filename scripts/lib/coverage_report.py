@@ -46,7 +46,7 @@ def main():
     parser.add_argument("room", nargs="*")
     parser.add_argument("--files", action="store_true")
     parser.add_argument("--html")
-    options = parser.parse_args()
+    options = parser.parse_intermixed_args()
     rooms = collections.defaultdict(lambda: [0, 0, 0, 0])
     files = {}
     for file in measured(options.build, trusted_rooms.rooms(options.room), options.html)["files"]:

@@ -36,7 +36,7 @@ def main():
     parser.add_argument("--sample", type=int, default=300)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--no-build", action="store_true")
-    options = parser.parse_args()
+    options = parser.parse_intermixed_args()
     names = trusted_rooms.programs(options.room)
     if not options.no_build:
         mutate_build.build(TOP, FOLDER, names)
@@ -56,7 +56,9 @@ def main():
     outcomes = mutate_run.run_all(numbers, reached, tell)
     (FOLDER / "outcomes.json").write_text(json.dumps(outcomes, indent=0))
     with open(FOLDER / "report.txt", "w") as file:
-        how = "" if options.all or options.only else f", chosen by seed {options.seed}"
+        how = f", chosen by seed {options.seed}" if not options.all and len(numbers) == options.sample else ""
+        if len(outcomes) < len(numbers):
+            how += f"; stopped before the other {len(numbers) - len(outcomes)} of {len(numbers)}"
         good = mutate_report.report(mutants, outcomes, mutate_report.Kept(KEPT), how, left_out, file)
     sys.stdout.write((FOLDER / "report.txt").read_text())
     return 0 if good else 1

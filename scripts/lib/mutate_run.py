@@ -94,16 +94,19 @@ def killed(number, cases):
 
 
 def run_all(numbers, reached, tell):
-    """Number to "killed by PROGRAM", "survived" or "unreached". `tell` is called with each."""
+    """Number to "killed by PROGRAM", "survived" or "unreached". `tell` is called with each. An interrupt ends it early."""
     outcomes = {}
     with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
         waiting = {pool.submit(killed, number, reached[number]): number for number in numbers if number in reached}
         for number in numbers:
             if number not in reached:
                 outcomes[number] = "unreached"
-        for done in concurrent.futures.as_completed(waiting):
-            number = waiting[done]
-            by = done.result()
-            outcomes[number] = f"killed by {by}" if by else "survived"
-            tell(number, outcomes[number], len(outcomes), len(numbers))
+        try:
+            for done in concurrent.futures.as_completed(waiting):
+                number = waiting[done]
+                by = done.result()
+                outcomes[number] = f"killed by {by}" if by else "survived"
+                tell(number, outcomes[number], len(outcomes), len(numbers))
+        except KeyboardInterrupt:
+            pool.shutdown(wait=True, cancel_futures=True)
     return outcomes

@@ -157,7 +157,7 @@ TYPED_TEST(ContainerOperations, IsOverwritesUnderTheRecordsOwnKeyAndDelTakesItOu
   EXPECT_EQ(status->template map<TypeParam>().size(), 0U);
 }
 
-TYPED_TEST(ContainerOperations, DeletingAnAbsentKeyChangesNothing) {
+TYPED_TEST(ContainerOperations, DeletingTakesOutItsKeyAndNoOther) {
   const auto check = [](auto& table, auto record, auto is, auto del) {
     auto absent = record.key;
     record.key.intfId = Pavo::IntfId("Ethernet1");
@@ -165,6 +165,8 @@ TYPED_TEST(ContainerOperations, DeletingAnAbsentKeyChangesNothing) {
     del(table, absent);
     EXPECT_EQ(table.template map<TypeParam>().size(), 1U);
     EXPECT_EQ(table.template map<TypeParam>().get(record.key), record);
+    del(table, record.key);
+    EXPECT_TRUE(table.template map<TypeParam>().empty());
   };
   check(
       *this->template table<HoFlowConfig>(), FlowTracking::HoFlowConfigRecord<TypeParam>(),
@@ -181,6 +183,8 @@ TYPED_TEST(ContainerOperations, DeletingAnAbsentKeyChangesNothing) {
   absent.srcPort = 9;
   counterDel(*counter, absent);
   EXPECT_EQ(counter->template map<TypeParam>().get(count.key), count);
+  counterDel(*counter, count.key);
+  EXPECT_TRUE(counter->template map<TypeParam>().empty());
 }
 
 TYPED_TEST(ContainerOperations, ChangesAreAnnouncedUnderTheCollectionsAttributeWithTheKey) {
@@ -217,6 +221,7 @@ TEST(HosStateCounterTable, HoldsACountForEachStateOfEachFamily) {
   EXPECT_EQ(table.hosStateIpCounter().get(FlowTracking::HoFlowState::inHardware), entry);
   EXPECT_TRUE(table.hosStateIp6Counter().empty());
   table.hosStateIp6CounterIs(entry);
+  EXPECT_EQ(table.hosStateIp6Counter().get(FlowTracking::HoFlowState::inHardware), entry);
   table.hosStateIpCounterDel(FlowTracking::HoFlowState::overflow);
   EXPECT_EQ(table.hosStateIpCounter().size(), 1U);
   table.hosStateIpCounterDel(FlowTracking::HoFlowState::inHardware);

@@ -107,6 +107,33 @@ TEST(FlowPatternTest, OneWithNothingOpenIsAKey) {
   EXPECT_FALSE(pattern.key<IPv4>());
 }
 
+TEST(FlowPatternTest, OneWithAPartOpenIsNoKey) {
+  const auto opened = [](const auto& change) {
+    FlowPattern pattern = whole();
+    change(pattern);
+    return pattern.key<IPv4>().has_value();
+  };
+  EXPECT_TRUE(opened([](FlowPattern&) {}));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.source.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.destination.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.sourcePort.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.destinationPort.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.protocol.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.vlan.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.direction.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.interface.reset(); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.destination.emplace("10.9.8.0/24"); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.source.emplace("::1"); }));
+  EXPECT_FALSE(opened([](FlowPattern& p) { p.destination.emplace("::1"); }));
+}
+
+TEST(FlowPatternTest, AnOpenPartHasNoMemberInItsValue) {
+  EXPECT_EQ(Kiv::ValueTraits<FlowPattern>::toValue(FlowPattern()), Kiv::Value(Kiv::Value::Object{}));
+  FlowPattern pattern;
+  pattern.vlan = std::uint16_t{10};
+  EXPECT_EQ(Kiv::ValueTraits<FlowPattern>::toValue(pattern), Kiv::Value(Kiv::Value::Object{{"vlan", 10}}));
+}
+
 TEST(FlowPatternTest, GoesIntoAValueAndBack) {
   FlowPattern pattern = whole();
   pattern.vrf = 7U;
@@ -132,6 +159,9 @@ TEST(FlowPatternTest, AMemberThatIsWrongIsNamed) {
   EXPECT_THAT(error({{"sourcePort", 65536}}), HasSubstr("sourcePort"));
   EXPECT_THAT(error({{"direction", 3}}), HasSubstr("direction: expected a number from 1 to 2"));
   EXPECT_THAT(error({{"colour", "red"}}), HasSubstr("colour: expected no such member"));
+  EXPECT_THAT(error({{"colour", "red"}}),
+              HasSubstr("only source, sourcePort, destination, destinationPort, protocol, vlan, vrf, "
+                        "direction, interface"));
 }
 
 }  // namespace

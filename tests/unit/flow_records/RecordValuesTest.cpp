@@ -276,6 +276,8 @@ TEST(HosStateCounterEntryTest, IsReadAndShownAsAnObject) {
   EXPECT_EQ(entry.count, 5U);
   EXPECT_EQ(ValueTraits<HosStateCounterEntry>::toValue(entry), value);
   EXPECT_EQ(fmt::format("{}", entry), "HosStateCounterEntry( 2, 5 )");
+  EXPECT_EQ(ValueTraits<HosStateCounterEntry>::fromValue(with(value, {"key", "state"}, 0)).key.state,
+            HoFlowState{});
   EXPECT_TRUE(
       error<HosStateCounterEntry>(with(value, {"key", "state"}, 256)).starts_with("key.state: expected"));
   EXPECT_TRUE(error<HosStateCounterEntry>(with(value, {"count"}, -1)).starts_with("count: expected"));

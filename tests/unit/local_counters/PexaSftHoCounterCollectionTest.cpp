@@ -53,6 +53,27 @@ TYPED_TEST(CollectionTest, TheSameKeyGivesTheSameRecord) {
   EXPECT_EQ(this->collection->template counters<typename TestFixture::Other>().size(), 0U);
 }
 
+TYPED_TEST(CollectionTest, IsWalkedAndEmptiedByTheKeysTexts) {
+  const Kiv::String prefix = TestFixture::kAttribute == 1 ? "counterCollection" : "counterIp6Collection";
+  const auto call = [&](const char* what, const Kiv::String& key) {
+    return Kiv::invoke(*this->collection, prefix + what, {{"key", key}});
+  };
+  const auto after = [&](const Kiv::String& key) {
+    return Kiv::ValueTraits<Kiv::String>::fromValue(call("After", key));
+  };
+  for (const std::uint16_t port : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{3}})
+    this->collection->counterIs(flow<TypeParam>(port));
+  std::set<Kiv::String> met;
+  for (Kiv::String at = after(""); !at.empty(); at = after(at)) EXPECT_TRUE(met.insert(at).second) << at;
+  EXPECT_EQ(met, (std::set{flow<TypeParam>(1).str(), flow<TypeParam>(2).str(), flow<TypeParam>(3).str()}));
+  EXPECT_EQ(call("Drop", flow<TypeParam>(2).str()), Kiv::Value(true));
+  EXPECT_EQ(call("Drop", flow<TypeParam>(2).str()), Kiv::Value(false));
+  EXPECT_EQ(this->watcher->keys, std::vector{flow<TypeParam>(2)});
+  EXPECT_EQ(this->collection->template counters<TypeParam>().size(), 2U);
+  EXPECT_THROW(call("Drop", "no key"), Kiv::ValueError);
+  EXPECT_THROW(call("After", "no key"), Kiv::ValueError);
+}
+
 TYPED_TEST(CollectionTest, RemovingTellsTheKeyAndGivesTheRecord) {
   const auto record = this->collection->counterIs(flow<TypeParam>(1));
   this->collection->counterIs(flow<TypeParam>(2));
