@@ -23,9 +23,8 @@ def chosen(mutants, options):
     if options.only:
         wanted = re.compile(options.only)
         numbers = [number for number in numbers if wanted.search(f"{mutants[number]['file']}:{mutants[number]['line']} {mutants[number]['function']}")]
-    if not options.all and len(numbers) > options.sample:
-        numbers = sorted(random.Random(options.seed).sample(numbers, options.sample))
-    return numbers
+    # In no order, so that a run that is stopped early tells of all files.
+    return random.Random(options.seed).sample(numbers, len(numbers) if options.all else min(options.sample, len(numbers)))
 
 
 def main():
