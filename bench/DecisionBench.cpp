@@ -123,7 +123,7 @@ template <class Domain>
 void expectCounted(benchmark::State& state, const Path<Domain>& path, Case which, std::uint64_t packets) {
   std::uint64_t counted = 0;
   const auto& map = path.counters->template counters<Domain>();
-  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry->key)) {
+  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry)) {
     counted += entry->value->packets();
   }
   if (counted != (counts(which) ? packets : 0)) state.SkipWithError("a decision went wrong");

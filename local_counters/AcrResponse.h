@@ -11,7 +11,7 @@ namespace Pexa::Counter {
 template <class CollectionPtr>
 void acrResponse(const CollectionPtr& collection, cliprint::PrinterV2* printer) {
   const auto& counters = collection->counterCollection();
-  for (const auto* entry = counters.first(); entry != nullptr; entry = counters.after(entry->key)) {
+  for (const auto* entry = counters.first(); entry != nullptr; entry = counters.after(entry->key())) {
     printer->memberName(entry->value->name());
     printer->beginObject();
     printer->memberName("packets");

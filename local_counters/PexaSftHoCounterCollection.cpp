@@ -37,9 +37,9 @@ const Kiv::Type& PexaSftHoCounterCollection::kivType() {
 template <class Domain>
 Kiv::Ptr<SftHoCounter<Domain>> PexaSftHoCounterCollection::counterDel(FlowTracking::FlowKey<Domain> key) {
   auto& map = mutableCounters<Domain>();
-  auto* entry = map.find(key);
+  const auto* entry = std::as_const(map).find(key);
   if (entry == nullptr) return {};
-  Kiv::Ptr<SftHoCounter<Domain>> removed = std::move(entry->value);
+  Kiv::Ptr<SftHoCounter<Domain>> removed = entry->value;
   map.erase(key);
   announceKey(counterCollectionAttr + FlowTracking::IpFamily<Domain>::kIndex, Kiv::KeyRef(key));
   return removed;
@@ -48,7 +48,7 @@ Kiv::Ptr<SftHoCounter<Domain>> PexaSftHoCounterCollection::counterDel(FlowTracki
 template <class Domain>
 void PexaSftHoCounterCollection::counterDelAll() {
   const auto& map = counters<Domain>();
-  while (const auto* entry = map.first()) counterDel(entry->key);
+  while (const auto* entry = map.first()) counterDel(entry->key());
 }
 
 template <class Domain>
@@ -56,7 +56,7 @@ Kiv::String PexaSftHoCounterCollection::counterAfter(const Kiv::String& key) con
   const auto& map = counters<Domain>();
   const auto* next =
       key.empty() ? map.first() : map.after(FlowTracking::FlowKey<Domain>(key.begin(), key.end()));
-  return next == nullptr ? Kiv::String() : next->key.str();
+  return next == nullptr ? Kiv::String() : next->key().str();
 }
 
 template <class Domain>
@@ -68,7 +68,7 @@ template <class Domain>
 void PexaSftHoCounterCollection::recordsInto(Kiv::Value::List& list) const {
   using Key = FlowTracking::FlowKey<Domain>;
   const auto& map = counters<Domain>();
-  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry->key)) {
+  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry)) {
     const SftHoCounter<Domain>& counter = *entry->value;
     list.push_back(Kiv::Value::Object{{"key", Kiv::ValueTraits<Key>::toValue(counter.flowKey())},
                                       {"packets", counter.packets()},

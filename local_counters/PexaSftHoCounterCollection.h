@@ -45,7 +45,8 @@ struct FlowKeyHash {
 };
 
 template <class Domain>
-using SftHoCounterMap = Kiv::Map<FlowTracking::FlowKey<Domain>, Kiv::Ptr<SftHoCounter<Domain>>, FlowKeyHash>;
+using SftHoCounterMap = Kiv::PtrMap<FlowTracking::FlowKey<Domain>, SftHoCounter<Domain>,
+                                    &SftHoCounter<Domain>::flowKey, FlowKeyHash>;
 
 class PexaSftHoCounterCollection : public PktCounterCollectionBase {
  public:
@@ -91,12 +92,11 @@ class PexaSftHoCounterCollection : public PktCounterCollectionBase {
   // With the key's hash at hand; the record without counting a reference, for who drops it at once.
   template <class Domain>
   SftHoCounter<Domain>& counterIs(const FlowTracking::FlowKey<Domain>& key, std::uint64_t hash) {
-    auto [counter, inserted] = mutableCounters<Domain>().findOrInsert(key, hash);
-    if (inserted) [[unlikely]] {
-      *counter = Kiv::makePtr<SftHoCounter<Domain>>(key);
-      (*counter)->hasNotificationActiveIs(true);
-    }
-    return **counter;
+    return mutableCounters<Domain>().findOrMake(key, hash, [&key] {
+      auto counter = Kiv::makePtr<SftHoCounter<Domain>>(key);
+      counter->hasNotificationActiveIs(true);
+      return counter;
+    });
   }
   template <class Domain>
   Kiv::Ptr<SftHoCounter<Domain>> counterDel(FlowTracking::FlowKey<Domain> key);

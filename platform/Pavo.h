@@ -30,9 +30,9 @@ class IntfId {
   std::string_view name() const { return {text_.data(), ::strnlen(text_.data(), text_.size())}; }
   bool empty() const { return text_[0] == '\0'; }
   bool operator==(const IntfId& other) const {
-    const std::array<std::uint64_t, 3> a = words();
-    const std::array<std::uint64_t, 3> b = other.words();
-    return ((a[0] ^ b[0]) | (a[1] ^ b[1]) | (a[2] ^ b[2])) == 0;  // a call of memcmp is three times as long
+    // Three words, of which the last two overlap: a call of memcmp is three times as long.
+    constexpr std::size_t kLast = kMost + 1 - sizeof(std::uint64_t);
+    return (differs(other, 0) | differs(other, 8) | differs(other, kLast)) == 0;
   }
   std::strong_ordering operator<=>(const IntfId& other) const { return name().compare(other.name()) <=> 0; }
   std::uint32_t hash(unsigned seed) const;
@@ -47,6 +47,14 @@ class IntfId {
   }
 
  private:
+  std::uint64_t differs(const IntfId& other, std::size_t at) const {
+    std::uint64_t a = 0;
+    std::uint64_t b = 0;
+    std::memcpy(&a, text_.data() + at, sizeof(a));
+    std::memcpy(&b, other.text_.data() + at, sizeof(b));
+    return a ^ b;
+  }
+
   std::array<char, kMost + 1> text_{};  // unused bytes are 0
 };
 static_assert(sizeof(IntfId) == 23);

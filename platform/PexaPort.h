@@ -15,7 +15,7 @@ namespace Pexa {
 
 class PexaPortBase : public Kiv::Entity {
  public:
-  PexaPortBase(Kiv::String name, Pavo::IntfId intfId, std::uint32_t portIndex, std::uint16_t vlan)
+  PexaPortBase(Kiv::String name, const Pavo::IntfId& intfId, std::uint32_t portIndex, std::uint16_t vlan)
       : Kiv::Entity(std::move(name)), intfId_(intfId), portIndex_(portIndex), vlan_(vlan) {}
   static const Kiv::Type& kivType();
   const Kiv::Type& fwkType() const override { return kivType(); }

@@ -89,7 +89,7 @@ constexpr bool byteFlipsShow(std::uint64_t position, unsigned bits) {
 inline constexpr std::size_t kMostWords = kMostRecordBytes / 8;
 inline constexpr auto kFactors = [] {
   std::array<std::uint64_t, kMostWords> factors{};
-  for (std::size_t i = 0; i < factors.size(); ++i) factors[i] = factor(i);
+  for (std::size_t i = 0; i != factors.size(); ++i) factors[i] = factor(i);
   return factors;
 }();
 

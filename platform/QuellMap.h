@@ -143,6 +143,9 @@ class Map : public MapBase {
     writable().store(&record);
     changed(&record.key);
   }
+  // So many records are about to be inserted: see Table::expect. Throws TableError when this process cannot
+  // become the writer.
+  bool expect(std::size_t entries) { return writable().expect(entries); }
   // Takes the record out. False, and nothing written, when absent. Throws TableError.
   bool erase(const Key& key) {
     if (empty() || !writable().erase(&key)) return false;

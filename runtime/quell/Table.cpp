@@ -64,6 +64,11 @@ bool Table::erase(const void* key) {
   return erased;
 }
 
+bool Table::expect(std::size_t entries) {
+  if (!writing_) writingIs();
+  return writer_->expect(entries);
+}
+
 void Table::flush() {
   if (writing_) writer_->flush();
 }

@@ -97,6 +97,19 @@ void TableIndex::add(const EntryPlace& free, std::uint64_t hash, std::uint64_t e
   }
 }
 
+// No entry moves: all that a reader can see is a larger index without entries. Buckets that were never in use
+// are zeroes; others may be what a repair left behind the index's end.
+bool TableIndex::expect(std::uint64_t entries) {
+  constexpr std::uint64_t kStep = kRegionAlignment / sizeof(Bucket);  // a large page: see TableSpace
+  const std::uint64_t wanted = std::min(kMostBuckets, (entries + kLoadPerBucket - 1) / kLoadPerBucket);
+  const std::uint64_t next = std::min(wanted, (buckets_ / kStep + 1) * kStep);
+  if (next <= buckets_ || !space_.bucketsReserved(next)) return true;
+  for (std::uint64_t number = buckets_; number < next; ++number) BucketEdit(file_.bucket(number)).clear();
+  buckets_ = next;
+  publishState();
+  return next == wanted;
+}
+
 void TableIndex::grow(std::uint64_t entries) {
   if (entries > buckets_ * kLoadPerBucket && buckets_ < kMostBuckets) split();
 }

@@ -49,6 +49,9 @@ class TableIndex {
   // Adds an entry to the chain of a hash. REQUIRES: reserved, or a free place.
   void add(const EntryPlace& free, std::uint64_t hash, std::uint64_t entry);
 
+  // Makes the index as large as it would have grown with so many entries, a step at a time; true when it is,
+  // or when there is no room. REQUIRES: it has none.
+  bool expect(std::uint64_t entries);
   // Splits one bucket when there are too many entries for the buckets there are. Without room for another
   // bucket the chains grow instead.
   void grow(std::uint64_t entries);

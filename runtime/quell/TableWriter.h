@@ -30,6 +30,7 @@ class TableWriter {
   // REQUIRES of all: begin. Throw TableError when there is no room; nothing has changed then.
   void store(const void* record);
   bool erase(const void* key);
+  bool expect(std::uint64_t entries) { return entries_ != 0 || index_.expect(entries); }
   void flush() { journal_.ring(); }
 
  private:

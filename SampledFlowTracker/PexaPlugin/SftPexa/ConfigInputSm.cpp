@@ -139,6 +139,7 @@ void ConfigInputSm<Domain>::doInputScan() {
              R"(en() && "Sm args can only be null if marked as Optional in the SM type declaration")");
   if (phase_ == Phase::config) {
     const ConfigTable<Domain> table{*hoFlowConfig_};
+    if (!resume_ && frame_.initialScanDone() && !expectEvents(table)) return;
     if (!walk(table, [&](const Key& key) {
           lookAhead();
           deliver(key, table.record);
@@ -157,6 +158,21 @@ void ConfigInputSm<Domain>::lookAhead() const {
   if (!frame_.initialScanDone()) return;
   Key key;
   while (hoFlowConfig_->map<Domain>().ahead(key)) statements_.lookAhead(key);
+}
+
+template <class Domain>
+template <class Table>
+bool ConfigInputSm<Domain>::expectEvents(const Table& table) {
+  try {
+    while (!statements_.expect(table.size())) {
+      if (!shouldYield()) continue;
+      yieldScan(0, table.size());
+      return false;
+    }
+  } catch (const Fenn::CorruptionDetectedException&) {
+    // Nobody knows how many: the walk will tell of it.
+  }
+  return true;
 }
 
 template <class Domain>

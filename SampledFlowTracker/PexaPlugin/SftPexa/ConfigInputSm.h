@@ -52,6 +52,10 @@ class ConfigInputSm : public Zun::InputSm {
   enum class Phase : std::uint8_t { config, status, overflow };
 
   void deliver(const Key& key, const std::optional<Config>& config);
+  // Each of the table's entries is about to be an event. False when the slice ended before all was ready for
+  // them.
+  template <class Table>
+  bool expectEvents(const Table& table);
   // Walks on in a phase; false when the slice ended first.
   template <class Table, class Deliver>
   bool walk(const Table& table, const Deliver& deliver);

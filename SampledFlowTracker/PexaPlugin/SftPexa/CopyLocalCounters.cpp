@@ -38,7 +38,7 @@ void CopyLocalCounters<Domain>::run() {
   std::uint64_t handled = 0;
   for (const auto* entry = resume_ ? counters.after(*resume_) : counters.first(); entry != nullptr;) {
     if (handled % kAhead == 0) lookAhead(counters, entry);
-    const Key key = entry->key;
+    const Key key = entry->key();
     const Kiv::Ptr<Pexa::Counter::SftHoCounter<Domain>> local = entry->value;
     copy(*local);
     ++handled;
@@ -55,13 +55,17 @@ void CopyLocalCounters<Domain>::run() {
 template <class Domain>
 void CopyLocalCounters<Domain>::lookAhead(const Local& counters, const typename Local::Entry* entry) const {
   const auto& records = outputs_.counter.table().map();
+  std::array<const Pexa::Counter::SftHoCounter<Domain>*, kAhead> locals;
   std::array<std::uint64_t, kAhead> hashes;
   std::size_t count = 0;
-  for (; entry != nullptr && count < kAhead; entry = counters.after(entry->key)) {
-    const auto* local = reinterpret_cast<const char*>(entry->value.get());
-    Kiv::prefetch(local, sizeof(*entry->value));
-    hashes[count] = records.hash(entry->key);
-    records.prefetchIndex(hashes[count++]);
+  for (; entry != nullptr && count < kAhead; entry = counters.after(entry)) {
+    locals[count] = entry->value.get();
+    Kiv::prefetch(locals[count], sizeof(*locals[count]));
+    ++count;
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    hashes[i] = records.hash(locals[i]->flowKey());
+    records.prefetchIndex(hashes[i]);
   }
   for (std::size_t i = 0; i < count; ++i) records.prefetchRecord(hashes[i]);
 }

@@ -117,6 +117,15 @@ class Output : public OutputBase {
   std::size_t seenCount() const override { return seen_.size(); }
   Kiv::String bookmarkText() const override { return bookmark_.str(); }
 
+  // So many entries are about to come; false: to be called again. Where the table cannot be written, the
+  // first of them will tell.
+  bool expect(std::size_t entries) {
+    try {
+      return table_.expect(entries);
+    } catch (const Quell::TableError&) {
+      return true;
+    }
+  }
   // The writer. Each notes the key as seen while the output reconciles (U1), traces, and writes. The place is
   // the statement's own name of the entry: "hoFlowStatus.hoIpFlowStatus[ key ]"; the handler is who traces.
   template <class Value>

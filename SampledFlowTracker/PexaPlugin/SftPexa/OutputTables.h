@@ -4,8 +4,9 @@
 //   first(key)                the walk in the table's own order, a key at a time; false at the end
 //   atOrAfter(place, key)
 //   after(place, key)
-//   insert(value)  erase(key) writing; a shared table's may throw Quell::TableError
-//   damaged(text)             reports damage met by a walk
+//   expect(entries)           a hint to a shared table that so many are about to come; false: to be called
+//   again insert(value)  erase(key) writing; a shared table's may throw Quell::TableError damaged(text)
+//   reports damage met by a walk
 //
 // An output is one of these five for one family; the family decides which of the ten it is.
 // Threading: the agent's event thread.
@@ -46,6 +47,7 @@ class SharedTable {
   bool after(const Key& place, Key& key) const {
     return keyOf(key, [&](Value& value) { return map().after(place, value); });
   }
+  bool expect(std::size_t entries) const { return map().expect(entries); }
   void insert(const Value& value) const { map().insert(value); }
   void erase(const Key& key) const { map().erase(key); }
   void damaged(std::string_view text) const { map().doCorruptionDetected(text); }
@@ -91,7 +93,7 @@ class LocalTable {
   template <class Entry>
   static bool keyOf(const Entry* entry, Key& key) {
     if (entry == nullptr) return false;
-    key = entry->key;
+    key = entry->theKey();
     return true;
   }
 };

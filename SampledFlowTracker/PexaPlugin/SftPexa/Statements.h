@@ -19,6 +19,7 @@
 // Threading: the agent's event thread.
 #pragma once
 
+#include <algorithm>
 #include <optional>
 
 #include "Decisions.h"
@@ -78,6 +79,12 @@ class Statements {
   // Passes the event of a key and its config through the statements. Nothing happens before the initial scan
   // is done.
   void eventToInput(const Key& key, const std::optional<Config>& config);
+  // The events of so many wanted offloads are about to come, and fill tables that are empty as yet. False: to
+  // be called again, there is more to be made ready.
+  bool expect(std::size_t wanted) {
+    return outputs_.status.expect(wanted) &&
+           outputs_.counter.expect(std::min<std::size_t>(wanted, helper_->maxInHardwareFlows()));
+  }
   // Asks for the memory that the event of a key reads first: it comes soon.
   void lookAhead(const Key& key) const {
     const auto& status = outputs_.status.table().map();

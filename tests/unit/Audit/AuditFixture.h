@@ -225,8 +225,8 @@ struct AuditedFamily {
       EXPECT_NE(counter.hosEntries, 0U) << counter.key;
     }
     const auto& local = std::as_const(*world.tracker->localHoCounters()).template counters<Domain>();
-    for (const auto* entry = local.first(); entry != nullptr; entry = local.after(entry->key)) {
-      EXPECT_TRUE(references.contains(entry->key)) << entry->key;
+    for (const auto* entry = local.first(); entry != nullptr; entry = local.after(entry)) {
+      EXPECT_TRUE(references.contains(entry->key())) << entry->key();
     }
   }
 };

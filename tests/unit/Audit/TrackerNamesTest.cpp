@@ -51,8 +51,8 @@ TYPED_TEST(TrackerNamesTest, WalkAndDropTheLocalCounters) {
   for (std::uint32_t number = 0; number < 50; ++number) collection->counterIs(flowOf<TypeParam>(number));
   std::vector<Kiv::String> expected;
   const auto& map = std::as_const(*collection).template counters<TypeParam>();
-  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry->key)) {
-    expected.push_back(entry->key.str());
+  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry)) {
+    expected.push_back(entry->key().str());
   }
   EXPECT_EQ(this->walk(*collection, Names::kLocalAfter), expected);
 

@@ -22,8 +22,8 @@ class CopyLocalCountersTest : public StateMachineTest<Domain> {
   std::vector<FlowKey> localOrder() const {
     std::vector<FlowKey> keys;
     const auto& map = this->localCounters->template counters<Domain>();
-    for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry->key)) {
-      keys.push_back(entry->key);
+    for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry)) {
+      keys.push_back(entry->key());
     }
     return keys;
   }

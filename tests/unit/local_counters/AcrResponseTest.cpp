@@ -27,14 +27,14 @@ struct NamedRecord {
 };
 struct NamedCollection {
   struct Entry {
-    int key;
+    int key() const { return 0; }
     NamedRecord* value;
   };
   const NamedCollection& counterCollection() const { return *this; }
   const Entry* first() const { return &entry; }
   const Entry* after(int) const { return nullptr; }
   NamedRecord record;
-  Entry entry{0, &record};
+  Entry entry{&record};
 };
 
 TEST(AcrResponse, OfAnEmptyCollectionIsAnEmptyObject) {
@@ -56,10 +56,10 @@ TEST(AcrResponse, CompactHasAMemberForEachRecordInTheMapsOrder) {
   collection->counterCollectionIs(flow<Pavo::Traits::IPv4>(2))->hoCount(IntfId("Ethernet1"), 4000000000U);
   std::string expected;
   const auto& map = collection->counterCollection();
-  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry->key)) {
+  for (const auto* entry = map.first(); entry != nullptr; entry = map.after(entry)) {
     expected += (expected.empty() ? "\"" : ",\"") + entry->value->name() +
-                (entry->key.srcPort == 1 ? "\":{\"packets\":1,\"octets\":60}"
-                                         : "\":{\"packets\":2,\"octets\":8000000000}");
+                (entry->key().srcPort == 1 ? "\":{\"packets\":1,\"octets\":60}"
+                                           : "\":{\"packets\":2,\"octets\":8000000000}");
   }
   EXPECT_EQ(response(collection, cliprint::Style::compact), '{' + expected + '}');
 }

@@ -117,7 +117,7 @@ TYPED_TEST(CollectionTest, IsWalkedInOneOrderWhateverGoesMeanwhile) {
   std::set<std::uint16_t> met;
   FlowTracking::FlowKey<TypeParam> key;
   for (const auto* entry = counters.first(); entry != nullptr; entry = counters.after(key)) {
-    key = entry->key;
+    key = entry->key();
     EXPECT_EQ(entry->value->flowKey(), key);
     EXPECT_TRUE(met.insert(key.srcPort).second);
     this->collection->counterDel(key);

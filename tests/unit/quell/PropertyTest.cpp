@@ -48,6 +48,9 @@ void operate(Things::Map& map, Model& model, std::uint32_t ids, unsigned operati
   for (unsigned i = 0; i < operations; ++i) {
     const auto id = *rc::gen::inRange<std::uint32_t>(0, ids);
     switch (*rc::gen::inRange(0, 4)) {
+      case 1:
+        if (i % 8 == 0) RC_ASSERT(map.expect(id));
+        [[fallthrough]];
       case 0:
         RC_ASSERT(map.erase(keyOf(id)) == (model.stamps.erase(id) == 1));
         break;

@@ -149,3 +149,61 @@ TEST_F(Writers, TheSizeOfTheIndexIsTakenFromItsCopyWhenDamaged) {
   EXPECT_EQ(things->red().get(keyOf(1)), thing(1, 2));
   EXPECT_EQ(things->red().get(keyOf(400)), thing(400));
 }
+
+namespace {
+
+std::uint64_t bucketsOf(Things& things) {
+  return Quell::Layout::stateBuckets(things.red().table()->file()->header().state.load());
+}
+
+}  // namespace
+
+TEST_F(Writers, ExpectedEntriesSplitNoBucket) {
+  auto things = files_.open();
+  EXPECT_TRUE(things->red().expect(1000));
+  const std::uint64_t buckets = bucketsOf(*things);
+  EXPECT_EQ(buckets, 1000 / Quell::Layout::kLoadPerBucket);
+  auto reader = files_.open();
+  EXPECT_EQ(reader->red().get(keyOf(1)), Thing{});
+  for (std::uint32_t id = 0; id < 1000; ++id) things->red().insert(thing(id));
+  EXPECT_EQ(bucketsOf(*things), buckets);
+  for (std::uint32_t id = 0; id < 1000; ++id) ASSERT_EQ(reader->red().get(keyOf(id)), thing(id));
+  things->red().insert(thing(1000));
+  EXPECT_EQ(bucketsOf(*things), buckets + 1);
+}
+
+TEST_F(Writers, ManyAreExpectedInSteps) {
+  constexpr std::uint64_t kMany = std::uint64_t{1} << 20;
+  auto things = files_.open();
+  unsigned calls = 1;
+  std::uint64_t last = bucketsOf(*things);
+  for (; !things->red().expect(kMany); ++calls) {
+    EXPECT_LE((bucketsOf(*things) - last) * sizeof(Quell::Layout::Bucket), 2U << 20);
+    last = bucketsOf(*things);
+  }
+  EXPECT_EQ(calls, kMany / Quell::Layout::kLoadPerBucket * sizeof(Quell::Layout::Bucket) / (2U << 20));
+  EXPECT_TRUE(things->red().expect(kMany));
+  EXPECT_EQ(bucketsOf(*things), kMany / Quell::Layout::kLoadPerBucket);
+}
+
+TEST_F(Writers, ExpectingLeavesATableWithEntriesAsItIs) {
+  auto things = files_.open();
+  for (std::uint32_t id = 0; id < 100; ++id) things->red().insert(thing(id));
+  const std::uint64_t buckets = bucketsOf(*things);
+  EXPECT_TRUE(things->red().expect(100000));
+  EXPECT_EQ(bucketsOf(*things), buckets);
+  for (std::uint32_t id = 0; id < 100; ++id) things->red().erase(keyOf(id));
+  EXPECT_TRUE(things->red().expect(10));
+  EXPECT_EQ(bucketsOf(*things), buckets);
+  EXPECT_TRUE(things->red().expect(100000));
+  EXPECT_EQ(bucketsOf(*things), 100000 / Quell::Layout::kLoadPerBucket);
+  things->red().insert(thing(7));
+  EXPECT_EQ(things->red().get(keyOf(7)), thing(7));
+}
+
+TEST_F(Writers, ExpectingIsRefusedBesideAnotherWriter) {
+  auto first = files_.open();
+  first->red().insert(thing(1));
+  auto second = files_.open();
+  EXPECT_THAT(tableError([&] { second->red().expect(10); }), HasSubstr("is the table's writer"));
+}

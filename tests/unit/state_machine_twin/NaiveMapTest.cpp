@@ -95,8 +95,7 @@ TYPED_TEST(WalkOrder, IsThatOfTheLocalCounters) {
   }
   std::vector<Flow> real;
   const auto& counters = this->subject.counters().template counters<TypeParam>();
-  for (const auto* at = counters.first(); at != nullptr; at = counters.after(at->key))
-    real.push_back(at->key);
+  for (const auto* at = counters.first(); at != nullptr; at = counters.after(at)) real.push_back(at->key());
   std::vector<Flow> met;
   for (auto at = expected.first(); at; at = expected.after(*at)) met.push_back(*at);
   EXPECT_EQ(real.size(), kFlows);
