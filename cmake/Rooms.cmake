@@ -12,8 +12,8 @@ function(sft_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
   if(SFT_COVERAGE)
-    # The cache has none of it: fewer, larger sources, in which unnamed namespaces are those of an included file.
-    target_compile_options(${name} PRIVATE ${SFT_COVERAGE_OPTIONS} -Wno-subobject-linkage)
+    # The cache has none of it: fewer, larger sources. Warnings are the other presets'; here files see each other's names.
+    target_compile_options(${name} PRIVATE ${SFT_COVERAGE_OPTIONS} -w)
     set_target_properties(${name} PROPERTIES UNITY_BUILD ON)
   endif()
   # One ctest entry a program: starting a process for each of a thousand short cases costs more than the cases.
