@@ -144,8 +144,8 @@ class Map : public MapBase {
     changed(&record.key);
   }
   // So many records are about to be inserted: see Table::expect. Throws TableError when this process cannot
-  // become the writer.
-  bool expect(std::size_t entries) { return writable().expect(entries); }
+  // become the writer; a map that has records is left to its writer.
+  bool expect(std::size_t entries) { return entries == 0 || !empty() || writable().expect(entries); }
   // Takes the record out. False, and nothing written, when absent. Throws TableError.
   bool erase(const Key& key) {
     if (empty() || !writable().erase(&key)) return false;

@@ -1,6 +1,9 @@
 // The input state machine of a family: its scans, and the changes it is told of.
+#include <set>
+
 #include "StateMachineFixture.h"
 #include "TraceLines.h"
+#include "quell/TableFile.h"
 
 namespace SampledFlowTracker {
 namespace {
@@ -37,6 +40,27 @@ class ConfigInputTest : public StateMachineTest<Domain> {
   void containerGoes() { this->hoFlowConfig->notifieeList()->notifyZeroReferences(); }
 };
 TYPED_TEST_SUITE(ConfigInputTest, Families);
+
+TYPED_TEST(ConfigInputTest, TablesOfManyAreMadeReadyInSlicesBeforeTheFirstEvent) {
+  constexpr std::uint32_t kMany = 140000;  // more than are made ready at once
+  constexpr std::uint32_t kBudget = 1000;
+  const auto buckets = [](const auto& map) {
+    return Quell::Layout::stateBuckets(map.table()->file()->header().state.load());
+  };
+  this->budgetIs(kBudget);
+  this->wantMany(1, kMany);
+  this->start(TestFixture::kTasks);
+  while (!this->sm->initialScanDone()) ASSERT_TRUE(this->runSlice(kMany));
+  std::set<std::uint64_t> sizes;
+  while (this->statuses().empty()) {
+    sizes.insert(buckets(this->statuses()));
+    ASSERT_TRUE(this->runSlice());
+  }
+  EXPECT_GE(sizes.size(), 2U);
+  EXPECT_EQ(buckets(this->statuses()), kMany / Quell::Layout::kLoadPerBucket);
+  EXPECT_EQ(buckets(this->counters()), kBudget / Quell::Layout::kLoadPerBucket);
+  EXPECT_EQ(this->statuses().size(), 1U);
+}
 
 TYPED_TEST(ConfigInputTest, AnEmptyTableIsScannedInOneSlice) {
   this->start(TestFixture::kTasks);

@@ -21,6 +21,17 @@ TEST(IntfId, HoldsNamesUpToItsLongest) {
   EXPECT_THROW(IntfId(longest + "e"), Kiv::ValueError);
 }
 
+TEST(IntfId, DiffersByAnyOfItsBytes) {
+  const std::string name(IntfId::kMost, 'a');
+  EXPECT_EQ(IntfId(name), IntfId(name));
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    std::string other = name;
+    other[at] = 'b';
+    EXPECT_NE(IntfId(name), IntfId(other)) << at;
+    EXPECT_NE(IntfId(name), IntfId(name.substr(0, at))) << at;
+  }
+}
+
 TEST(IntfId, RefusesANul) {
   EXPECT_THROW(IntfId(std::string_view("a\0b", 3)), Kiv::ValueError);
 }
