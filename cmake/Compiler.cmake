@@ -25,7 +25,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
 endif()
 add_link_options(-Wl,--as-needed)
 
+set(SFT_HARDENED ${SFT_HARDEN_DEBUG})
 if(SFT_HARDEN AND CMAKE_BUILD_TYPE STREQUAL "Release")
+  set(SFT_HARDENED ON)
+endif()
+if(SFT_HARDENED)
   # What is installed reads packets and datagrams from anybody.
   add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
   add_compile_definitions(_FORTIFY_SOURCE=2)

@@ -13,6 +13,7 @@
 #include "FlowExporter.h"
 #include "FlowTracker.h"
 #include "HostPort.h"
+#include "TrackerRequests.h"
 #include "agent/ControlSocket.h"
 #include "agent/RunDir.h"
 #include "json/JsonText.h"
@@ -20,13 +21,11 @@
 namespace Tracker {
 namespace {
 
-using Kiv::Value;
 using Pexa::ControlSocket;
 
 constexpr std::string_view kSocketName = "flow-tracker.sock";
 constexpr std::chrono::seconds kTick(1);
 constexpr std::chrono::milliseconds kLookPause(250);  // between looks at what is published, at least
-constexpr std::size_t kMostCandidates = 1000;         // rows of each family in an answer
 
 asio::ip::udp::endpoint listenEndpoint(const TrackerConfig& config) {
   try {
@@ -78,7 +77,8 @@ class Daemon::Impl {
         tables_(madeRunDir(config)),
         tracker_(config.limits, config.interfaces, tables_, exporter_),
         control_(
-            io_, config.runDir / kSocketName, [this](const Value& request) { return answer(request); },
+            io_, config.runDir / kSocketName,
+            [this](const Kiv::Value& request) { return requests_.answer(request); },
             ControlSocket::Access{config.security.groups, {}}) {
     const auto adopted =
         tracker_.table<Pavo::Traits::IPv4>().size() + tracker_.table<Pavo::Traits::IPv6>().size();
@@ -117,7 +117,7 @@ class Daemon::Impl {
         io_.stop();
         return;
       }
-      spdlog::info("statistics: {}", Json::text(statistics()));
+      spdlog::info("statistics: {}", Json::text(requests_.statistics()));
       waitForSignal();
     });
   }
@@ -149,47 +149,12 @@ class Daemon::Impl {
     lastLook_ = std::chrono::steady_clock::now();
   }
 
-  Value::Object statistics() const {
-    Value::Object all = tracker_.statistics();
-    all.emplace_back("datagramsDropped", socket_.dropped());
-    all.emplace_back("collectors", exporter_.value());
-    all.emplace_back("recordsFailed", exporter_.failed());
-    return all;
-  }
-
-  ControlSocket::Rows answer(const Value& request) const {
-    const Value* name = request.member("request");
-    const Kiv::String text = name != nullptr ? name->text() : Kiv::String();
-    if (text == "statistics") return Pexa::oneRow(statistics());
-    if (text == "flows") {
-      Value::List rows;
-      tracker_.flows([&](Value::Object row) { rows.emplace_back(std::move(row)); });
-      return Pexa::rowsOf(std::move(rows));
-    }
-    if (text == "candidates") return candidates(request);
-    throw Kiv::ValueError(
-        fmt::format("no request \"{}\", expected one of: statistics, flows, candidates", text));
-  }
-
-  ControlSocket::Rows candidates(const Value& request) const {
-    FlowTracking::FlowPattern pattern;
-    if (const Value* match = request.member("match")) {
-      pattern = Kiv::ValueTraits<FlowTracking::FlowPattern>::fromValue(*match);
-    }
-    const Value* most = request.member("most");
-    Value::List rows;
-    const std::size_t met = tracker_.candidates(
-        pattern, most != nullptr ? Kiv::unsignedFromValue(*most, kMostCandidates) : kMostCandidates,
-        [&](Value::Object row) { rows.emplace_back(std::move(row)); });
-    rows.emplace_back(Value::Object{{"candidates", met}});
-    return Pexa::rowsOf(std::move(rows));
-  }
-
   asio::io_context io_;
   FlowExporter exporter_;
   DatagramSocket socket_;
   OffloadTables tables_;
   FlowTracker tracker_;
+  TrackerRequests requests_{tracker_, exporter_, socket_};
   ControlSocket control_;
   asio::steady_timer timer_{io_};
   asio::steady_timer look_{io_};

@@ -3,14 +3,8 @@
 // SIGTERM and SIGINT end it in order: what has arrived is taken, records are told, and what is wanted stays
 // wanted for the next tracker. SIGUSR1 writes the statistics to the log.
 //
-// The control socket, flow-tracker.sock in the run directory, speaks as the agent's does
-// (runtime/agent/ControlSocket.h) and answers these requests:
-//   {"request":"statistics"}      one row
-//   {"request":"flows"}           a row for each learned flow
-//   {"request":"candidates"}      {"key","samples","lastSampled"} for each flow that was sampled and is not
-//                                 learned, then {"candidates"}: how many there are. Arguments, both optional:
-//                                 "match", a flow pattern (flow_records/FlowPattern.h); "most", rows of each
-//                                 family: 1000 unless given, and at most
+// Neighbours: TrackerRequests.h has what the control socket answers, FlowTracker.h what is done with
+// datagrams.
 #pragma once
 
 #include <memory>

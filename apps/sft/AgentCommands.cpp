@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "AgentClient.h"
+#include "RowMembers.h"
 #include "json/JsonText.h"
 
 namespace Sft {
@@ -21,7 +22,7 @@ void showMembers(const Context& context, const Value& request) {
   if (context.json) return show(context, request);
   Output output(false);
   AgentClient(context.runDir).ask(request, [&](const Value& row) {
-    for (const auto& [name, value] : *row.as<Value::Object>()) {
+    for (const auto& [name, value] : objectIn(row)) {
       output.row(Value::Object{{"attribute", name}, {"value", Json::text(value)}});
     }
   });
@@ -49,7 +50,7 @@ void showRows(const Context& context, const std::string& request) {
 void showLocal(const Context& context) {
   if (context.json) return showRows(context, "local");
   AgentClient(context.runDir).ask(Value::Object{{"request", "local display"}}, [](const Value& row) {
-    const std::string text = row.member("text")->text();
+    const std::string text = memberOf(row, "text").text();
     print(text.ends_with('\n') ? text : text + '\n');
   });
   Output(false).finish();

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "AgentClient.h"
+#include "RowMembers.h"
 
 namespace Sft {
 namespace {
@@ -16,28 +17,48 @@ constexpr std::string_view kEntity = "SftAudit";
 constexpr unsigned kMostFindings = 100;          // of an answer
 constexpr std::chrono::milliseconds kPause(50);  // while the audit has nothing new to tell
 
-std::uint64_t number(const Value& answer, std::string_view name) {
-  return Kiv::ValueTraits<std::uint64_t>::fromValue(*answer.member(name));
+// What the audit has to tell since it was asked before, and its totals so far.
+struct Told {
+  Value::List findings;
+  bool running = false;
+  Value stopped;  // why, when it did not come to its end
+  std::uint64_t statuses = 0;
+  std::uint64_t differences = 0;
+  std::uint64_t repaired = 0;
+};
+
+Told toldIn(const Value& result) {
+  Told told{.findings = memberAs<Value::List>(result, "findings", "a list"),
+            .running = memberTo<bool>(result, "running"),
+            .stopped = memberOf(result, "stopped"),
+            .statuses = memberTo<std::uint64_t>(result, "statuses"),
+            .differences = memberTo<std::uint64_t>(result, "differences"),
+            .repaired = memberTo<std::uint64_t>(result, "repaired")};
+  for (const Value& finding : told.findings) objectIn(finding);
+  return told;
 }
 
 class RunningAudit {
  public:
   RunningAudit(const Context& context, bool repair) : client_(context.runDir) {
     requireEntity();
-    run_ = Kiv::ValueTraits<std::uint64_t>::fromValue(call("start", {{"repair", repair}}));
+    call("start", {{"repair", repair}},
+         [this](const Value& result) { run_ = Kiv::ValueTraits<std::uint64_t>::fromValue(result); });
   }
 
-  // Calls with each finding as it comes, and gives the last answer, which has the totals. Throws CommandError
-  // when the audit did not come to its end.
-  Value forEach(const std::function<void(const Value&)>& each) {
+  // Calls with each finding, an object, as it comes, and gives what was told last, which has the totals.
+  // Throws CommandError when the audit did not come to its end.
+  Told forEach(const std::function<void(const Value&)>& each) {
     for (;;) {
-      const Value answer = call("findings", {{"run", run_}, {"most", kMostFindings}});
-      const auto& findings = *answer.member("findings")->as<Value::List>();
-      for (const Value& finding : findings) each(finding);
-      if (!findings.empty()) continue;
-      if (*answer.member("running") == Value(false)) {
-        requireWhole(answer);
-        return answer;
+      Told told;
+      call("findings", {{"run", run_}, {"most", kMostFindings}},
+           [&](const Value& result) { told = toldIn(result); });
+      for (const Value& finding : told.findings) each(finding);
+      if (!told.findings.empty()) continue;
+      if (!told.running) {
+        if (!told.stopped.isNone())
+          throw CommandError(fmt::format("the audit did not come to its end: {}", told.stopped.text()));
+        return told;
       }
       std::this_thread::sleep_for(kPause);
     }
@@ -53,19 +74,18 @@ class RunningAudit {
       throw CommandError("the agent has no audit, expected libPexaSftAudit.so among its plugins");
     }
   }
-  Value call(std::string_view handler, Value::Object arguments) {
-    Value result;
+  void call(std::string_view handler, Value::Object arguments,
+            const std::function<void(const Value&)>& take) {
+    bool answered = false;
     client_.ask(Value::Object{{"request", "attr call"},
                               {"entity", kEntity},
                               {"name", handler},
                               {"arguments", std::move(arguments)}},
-                [&](const Value& row) { result = *row.member("result"); });
-    return result;
-  }
-  static void requireWhole(const Value& answer) {
-    if (const auto* reason = answer.member("stopped")->as<Kiv::String>()) {
-      throw CommandError(fmt::format("the audit did not come to its end: {}", *reason));
-    }
+                [&](const Value& row) {
+                  take(memberOf(row, "result"));
+                  answered = true;
+                });
+    if (!answered) throw CommandError(fmt::format("the agent's audit does not tell what {} gave", handler));
   }
 
   AgentClient client_;
@@ -88,29 +108,26 @@ class ShownAudit {
  private:
   void row(const Value& finding) {
     if (context_.json) return output_.row(finding);
-    Value::Object shown = *finding.as<Value::Object>();
+    Value::Object shown = objectIn(finding);
     for (auto& [name, value] : shown) {
       if (const bool* flag = value.as<bool>()) value = *flag ? "yes" : "no";
     }
     output_.row(shown);
   }
-  int finish(const Value& answer) {
-    const std::uint64_t differences = number(answer, "differences");
-    const std::uint64_t repaired = number(answer, "repaired");
-    const std::uint64_t statuses = number(answer, "statuses");
+  int finish(const Told& told) {
     if (context_.json) {
-      output_.row(Value::Object{
-          {"summary",
-           Value::Object{{"statuses", statuses}, {"differences", differences}, {"repaired", repaired}}}});
+      output_.row(Value::Object{{"summary", Value::Object{{"statuses", told.statuses},
+                                                          {"differences", told.differences},
+                                                          {"repaired", told.repaired}}}});
     }
     output_.finish();
     if (!context_.json) {
-      print(fmt::format("{} {}, {} repaired; {} {}\n", differences,
-                        differences == 1 ? "difference" : "differences", repaired, statuses,
-                        statuses == 1 ? "status" : "statuses"));
+      print(fmt::format("{} {}, {} repaired; {} {}\n", told.differences,
+                        told.differences == 1 ? "difference" : "differences", told.repaired, told.statuses,
+                        told.statuses == 1 ? "status" : "statuses"));
       Output(false).finish();
     }
-    return differences == repaired ? 0 : 1;
+    return told.differences == told.repaired ? 0 : 1;
   }
 
   const Context& context_;

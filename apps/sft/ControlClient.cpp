@@ -14,6 +14,11 @@
 #include "json/JsonText.h"
 
 namespace Sft {
+namespace {
+
+constexpr std::size_t kShownBytes = 200;  // of a line that was not expected
+
+}  // namespace
 
 ControlClient::ControlClient(const std::filesystem::path& socket, std::string who, std::string_view expected,
                              std::chrono::milliseconds patience)
@@ -52,17 +57,26 @@ void ControlClient::ask(const Kiv::Value& request, const std::function<void(cons
   }
   amidst_ = true;
   send(Json::text(request) + '\n');
-  for (;;) {
-    const Kiv::Value answer = Json::parse(receiveLine());
+  while (isRow(receiveLine(), row)) continue;
+  amidst_ = false;
+}
+
+bool ControlClient::isRow(const std::string& line, const std::function<void(const Kiv::Value&)>& row) {
+  try {
+    const Kiv::Value answer = Json::parse(line);
     if (const auto* found = answer.member("row")) {
       row(*found);
-      continue;
+      return true;
     }
-    const auto* error = answer.member("error");
-    if (error == nullptr && answer.member("end") == nullptr) continue;
-    amidst_ = false;
-    if (error != nullptr) throw Refused(error->text());
-    return;
+    if (const auto* error = answer.member("error")) {
+      amidst_ = false;
+      throw Refused(error->text());
+    }
+    if (answer.member("end") != nullptr) return false;
+    throw Kiv::ValueError("expected a row, an end or an error");
+  } catch (const Kiv::ValueError& error) {
+    throw CommandError(fmt::format("the {} at {} answers something else than was asked for: {}, in {}", who_,
+                                   name_, error.what(), line.substr(0, kShownBytes)));
   }
 }
 
@@ -92,11 +106,10 @@ std::string ControlClient::receiveLine() {
     if (got == 0)
       throw CommandError(fmt::format("the {} at {} left before its answer was complete", who_, name_));
     if (got < 0) {
-      throw CommandError(fmt::format(
-          "the {} at {} does not answer: {}", who_, name_,
-          errno == EAGAIN
-              ? fmt::format("nothing came for {:g} seconds", std::chrono::duration<double>(patience_).count())
-              : std::strerror(errno)));
+      std::string why = std::strerror(errno);
+      if (errno == EAGAIN)
+        why = fmt::format("nothing came for {:g} seconds", std::chrono::duration<double>(patience_).count());
+      throw CommandError(fmt::format("the {} at {} does not answer: {}", who_, name_, why));
     }
     received_.append(bytes.data(), static_cast<std::size_t>(got));
   }

@@ -38,13 +38,16 @@ class ControlClient {
   ControlClient& operator=(const ControlClient&) = delete;
 
   // Calls `row` for each row of the answer. Throws Refused, or CommandError when the other side goes, falls
-  // silent or answers something else. Behind an answer that was not taken to its end, by an exception of
-  // `row` too, each further request throws CommandError: what is left of it would be read as the next one's.
+  // silent or answers something else: also when `row` throws Kiv::ValueError, as RowMembers.h does for a row
+  // that is not what was asked for. Behind an answer that was not taken to its end, by an exception of `row`
+  // too, each further request throws CommandError: what is left of it would be read as the next one's.
   void ask(const Kiv::Value& request, const std::function<void(const Kiv::Value&)>& row);
 
  private:
   void send(std::string_view text);
   std::string receiveLine();
+  // Takes a line of an answer; whether there are more.
+  bool isRow(const std::string& line, const std::function<void(const Kiv::Value&)>& row);
 
   std::string name_;  // of the socket
   std::string who_;

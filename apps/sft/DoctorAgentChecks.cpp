@@ -30,7 +30,7 @@ std::string listText(const std::set<std::string>& names) {
 
 // The flow tracker is the only writer of what is wanted as long as it runs.
 std::string wantAnew(const DoctorFacts& facts) {
-  const std::string want = "sft flow want one of sft flows --state overflow anew";
+  std::string want = "sft flow want one of sft flows --state overflow anew";
   if (facts.system.tracker.standing == Standing::absent) return want;
   return fmt::format("systemctl stop flow-tracker; {}; systemctl start flow-tracker", want);
 }

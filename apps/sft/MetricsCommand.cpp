@@ -3,25 +3,12 @@
 #include <fmt/format.h>
 
 #include "AgentClient.h"
-#include "json/JsonText.h"
+#include "RowMembers.h"
 
 namespace Sft {
 namespace {
 
 using Kiv::Value;
-
-// What a row must have.
-const Value& memberOf(const Value& row, std::string_view name) {
-  const Value* value = row.member(name);
-  if (value == nullptr) throw Kiv::ValueError(fmt::format("has no \"{}\"", name));
-  return *value;
-}
-template <class T>
-const T& memberAs(const Value& row, std::string_view name, std::string_view expected) {
-  const Value& value = memberOf(row, name);
-  if (const T* held = value.as<T>()) return *held;
-  throw Kiv::ValueError(fmt::format("\"{}\": expected {}, got {}", name, expected, value.described()));
-}
 
 std::string labelsText(const Value& row) {
   std::string text;
@@ -30,15 +17,11 @@ std::string labelsText(const Value& row) {
   return text;
 }
 
-double numberOf(const Value& row, std::string_view name) {
-  return Kiv::ValueTraits<double>::fromValue(memberOf(row, name));
-}
-
 // The first bound that so large a part of all did not exceed; "more" when it is above the last one.
 std::string boundText(const Value& row, double part) {
   for (const Value& bucket : memberAs<Value::List>(row, "buckets", "a list")) {
-    if (numberOf(bucket, "count") >= part * numberOf(row, "count"))
-      return fmt::format("{:g}", numberOf(bucket, "le"));
+    if (memberTo<double>(bucket, "count") >= part * memberTo<double>(row, "count"))
+      return fmt::format("{:g}", memberTo<double>(bucket, "le"));
   }
   return "more";
 }
@@ -49,10 +32,10 @@ Value::Object shownRow(const Value& row) {
     shown.emplace_back("value", *value);
     return shown;
   }
-  const double count = numberOf(row, "count");
+  const double count = memberTo<double>(row, "count");
   shown.emplace_back("value", memberOf(row, "count"));
   if (count == 0) return shown;
-  shown.emplace_back("mean", fmt::format("{:.3g}", numberOf(row, "sum") / count));
+  shown.emplace_back("mean", fmt::format("{:.3g}", memberTo<double>(row, "sum") / count));
   shown.emplace_back("99%", boundText(row, 0.99));
   return shown;
 }
@@ -61,14 +44,9 @@ void showMetrics(const Context& context, const std::string& prefix) {
   Output output(context.json);
   bool any = false;
   AgentClient(context.runDir).ask(Value::Object{{"request", "metrics"}}, [&](const Value& row) {
-    try {
-      if (!memberAs<Kiv::String>(row, "name", "a string").starts_with(prefix)) return;
-      any = true;
-      output.row(context.json ? row : Value(shownRow(row)));
-    } catch (const Kiv::ValueError& error) {
-      throw CommandError(
-          fmt::format("the agent answers a row that is no metric: {} in {}", error.what(), Json::text(row)));
-    }
+    if (!memberTo<Kiv::String>(row, "name").starts_with(prefix)) return;
+    any = true;
+    output.row(context.json ? row : Value(shownRow(row)));
   });
   if (!any)
     throw CommandError(fmt::format("no metric begins with \"{}\", expected one of sft metrics", prefix));

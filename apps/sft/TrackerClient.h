@@ -1,4 +1,4 @@
-// Asks the flow tracker that runs in a run directory (tracker/Daemon.h has the requests).
+// Asks the flow tracker that runs in a run directory (tracker/TrackerRequests.h has the requests).
 #pragma once
 
 #include "ControlClient.h"

@@ -71,7 +71,7 @@ class Why {
  public:
   Why(const Context& context, FlowPattern pattern, std::uint64_t limit)
       : context_(context),
-        pattern_(std::move(pattern)),
+        pattern_(pattern),
         limit_(limit),
         system_(systemFacts(context)),
         output_(context.json) {}
@@ -254,7 +254,7 @@ class Why {
 int why(const Context& context, const FlowArguments& arguments, std::uint64_t limit) {
   FlowPattern pattern = flowPattern(arguments);
   requireRunDir(context);
-  return Why(context, std::move(pattern), limit).show();
+  return Why(context, pattern, limit).show();
 }
 
 void addWhyCommand(CLI::App& app, CommandLine& line) {

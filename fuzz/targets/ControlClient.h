@@ -5,13 +5,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FuzzTarget.h"
 #include "json/JsonText.h"
@@ -58,21 +58,32 @@ class ControlClient {
   int socket_;
 };
 
+// What came for one request.
+struct ControlAnswer {
+  Kiv::Value::List rows;
+  bool refused = false;  // ended by an error
+};
+
 // Rows and an end, or an error, for each of so many requests.
-inline void requireAnswers(std::string_view text, std::size_t requests) {
-  std::size_t ended = 0;
+inline std::vector<ControlAnswer> requireAnswers(std::string_view text, std::size_t requests) {
+  std::vector<ControlAnswer> answers;
+  bool ended = true;
   while (!text.empty()) {
+    if (ended) answers.emplace_back();
     const std::size_t end = text.find('\n');
     FUZZ_REQUIRE(end != std::string_view::npos);
     const Kiv::Value line = Json::parse(text.substr(0, end));
     const auto* object = line.as<Kiv::Value::Object>();
     FUZZ_REQUIRE(object != nullptr && object->size() == 1);
-    const std::string_view name = object->front().first;
+    const auto& [name, value] = object->front();
     FUZZ_REQUIRE(name == "row" || name == "end" || name == "error");
-    if (name != "row") ++ended;
+    ended = name != "row";
+    answers.back().refused = name == "error";
+    if (!ended) answers.back().rows.push_back(value);
     text.remove_prefix(end + 1);
   }
-  FUZZ_REQUIRE(ended == requests);
+  FUZZ_REQUIRE(ended && answers.size() == requests);
+  return answers;
 }
 
 }  // namespace FuzzSupport

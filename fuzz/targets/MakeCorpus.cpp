@@ -1,4 +1,5 @@
-// Writes the corpus of the packet, frame, capture and datagram targets anew: make_corpus FOLDER.
+// Writes the corpus of the packet, frame, capture, datagram and tracker control targets anew: make_corpus
+// FOLDER.
 #include <filesystem>
 #include <iostream>
 
@@ -155,6 +156,49 @@ void writeDatagrams(const std::filesystem::path& folder) {
   write(folder, "version-4", XdrText().word(4).word(1).bytes());
 }
 
+// Histories and what is asked behind them, as TrackerControlTarget.cpp reads them.
+void writeTrackerControl(const std::filesystem::path& folder) {
+  using Steps = std::vector<std::pair<std::uint8_t, std::uint8_t>>;
+  constexpr std::uint8_t kSample = 0, kCutSample = 2, kAdmit = 3, kCount = 4, kWait = 5;
+  const Steps learned{{kSample, 0}, {kSample, 0}, {kSample, 1}, {kSample, 1}, {kSample, 2}, {kSample, 2}};
+  const Steps seen{{kSample, 0}, {kSample, 3}, {kSample, 5}, {kSample, 8}, {kSample, 12}, {kCutSample, 40}};
+  Steps counted = learned;
+  counted.insert(counted.end(),
+                 {{kAdmit, 0}, {kAdmit, 2}, {kWait, 1}, {kCount, 0}, {kCount, 18}, {kWait, 1}});
+  Steps aged = counted;
+  aged.insert(aged.end(), {{kSample, 4}, {kWait, 60}, {kSample, 6}});
+  const auto put = [&](const std::string& name, const Steps& steps, std::string_view lines) {
+    std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(steps.size())};
+    for (const auto& [kind, which] : steps) bytes.insert(bytes.end(), {kind, which});
+    bytes.insert(bytes.end(), lines.begin(), lines.end());
+    write(folder, name, bytes);
+  };
+  constexpr std::string_view kStatistics = R"({"request":"statistics"})", kFlows = R"({"request":"flows"})",
+                             kCandidates = R"({"request":"candidates"})";
+  put("statistics-of-nothing", {}, kStatistics);
+  put("statistics", counted, kStatistics);
+  put("flows", learned, kFlows);
+  put("flows-counted", counted, kFlows);
+  put("flows-aged", aged, kFlows);
+  put("candidates", seen, kCandidates);
+  put("candidates-none", learned, kCandidates);
+  put("candidates-one", seen, R"({"request":"candidates","most":1})");
+  put("candidates-too-many", seen, R"({"request":"candidates","most":1001})");
+  put("candidates-negative", seen, R"({"request":"candidates","most":-1})");
+  put("candidates-of-a-network", seen,
+      R"({"request":"candidates","match":{"source":"10.0.0.0/8","vlan":9}})");
+  put("candidates-of-a-port", seen,
+      R"({"request":"candidates","match":{"sourcePort":1001,"destinationPort":80,"protocol":6}})");
+  put("candidates-of-a-direction", seen,
+      R"({"request":"candidates","match":{"direction":2,"interface":"Ethernet2","vrf":16777215}})");
+  put("candidates-of-no-pattern", seen, R"({"request":"candidates","match":{"source":"10.0.0.0/33"}})");
+  put("unknown", {}, R"({"request":"nothing"})");
+  put("no-object", {}, "[1]");
+  put("no-line", {}, "");
+  put("several", aged,
+      std::string(kStatistics) + "\n" + std::string(kCandidates) + "\n{\n" + std::string(kFlows));
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -163,11 +207,12 @@ int main(int count, char** arguments) {
     return 2;
   }
   const std::filesystem::path folder(arguments[1]);
-  for (const char* name : {"packet", "frame", "capture", "datagram"})
+  for (const char* name : {"packet", "frame", "capture", "datagram", "tracker_control"})
     std::filesystem::create_directories(folder / name);
   writePackets(folder / "packet");
   writeFrames(folder / "frame");
   writeCaptures(folder / "capture");
   writeDatagrams(folder / "datagram");
+  writeTrackerControl(folder / "tracker_control");
   return 0;
 }

@@ -11,7 +11,7 @@ namespace Capture {
 
 LivePort::LivePort(std::string interface) : interface_(std::move(interface)) {
   if (!open()) throw CaptureError(error_);
-  refresh();
+  LivePort::refresh();
 }
 
 bool LivePort::open() {

@@ -39,7 +39,7 @@ std::string PacketRing::open(int descriptor) {
     return failed("no receive ring");
   void* memory = ::mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) {
-    const std::string text = failed("the receive ring cannot be mapped");
+    std::string text = failed("the receive ring cannot be mapped");
     set(PACKET_RX_RING, tpacket_req{});
     return text;
   }

@@ -88,7 +88,7 @@ PacketSocket::~PacketSocket() {
 }
 
 std::string PacketSocket::failed(const char* what) {
-  const std::string text = fmt::format("{}: {}", what, std::strerror(errno));
+  std::string text = fmt::format("{}: {}", what, std::strerror(errno));
   close();
   return text;
 }

@@ -18,6 +18,7 @@ std::optional<Peer> peerOf(int socket) {
   Peer peer{told.uid, told.pid, {}};
   bytes = 0;
   // Asked with no room, the kernel says how much it takes.
+  // cppcheck-suppress nullPointer; there is no room to write to
   if (::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, nullptr, &bytes) != 0 && errno == ERANGE) {
     peer.groups.resize(bytes / sizeof(gid_t));
     if (::getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, peer.groups.data(), &bytes) != 0) peer.groups.clear();

@@ -110,6 +110,7 @@ void TableWriter::store(const void* record) {
   fillSlot(*file_, slot, record, hash);
   index_.slotHashIs(slot, hash);
   if (replaces) {
+    // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): an entry is in a bucket
     BucketEdit(*found.place.bucket).entryIs(found.place.position, entryWord(hash, slot));
     if (entrySlot(found.place.entry) < space_.slots()) space_.giveSlot(entrySlot(found.place.entry));
   } else {

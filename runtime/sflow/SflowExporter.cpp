@@ -104,6 +104,7 @@ DatagramWriter::FlowSample SflowExporter::flowSample(const Sample& sample) {
 
   Pexa::ParsedPacket parsed(sample.pkt);
   parsed.maybeDoFullParse();
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a sample has one of the two
   const VlanPriority in = vlanPriority(parsed, sample.input ? *sample.input : *sample.output);
   const VlanPriority out = vlanPriority(parsed, sample.output ? *sample.output : *sample.input);
   flow.inVlan = in.vlan;

@@ -34,6 +34,7 @@ std::uint32_t CallSite::allocateId() const {
 
 TraceHandle& agentTraceHandle() {
   TraceHandle* handle = shared.load(std::memory_order_acquire);
+  // cppcheck-suppress returnTempReference; both are references to what lives on
   return handle != nullptr ? *handle : noTrace();
 }
 

@@ -3,8 +3,6 @@ import collections
 import ipaddress
 import shutil
 import statistics
-import struct
-import subprocess
 
 from bench_programs import AgentRun
 from bench_report import Row

@@ -10,7 +10,7 @@ import subprocess
 import sys
 import unittest
 
-from harness import BUILD, PATIENCE, TRACKING, Agent, ScenarioTest, udp_frame
+from harness import BUILD, PATIENCE, Agent, ScenarioTest, udp_frame
 
 FRAME = udp_frame("10.0.0.1", "10.0.0.2", 1, 2)
 STRANGER = 40001  # a user, and groups, of whom the machine has not heard

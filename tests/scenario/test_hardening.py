@@ -1,4 +1,4 @@
-"""What is installed of a release build is hardened, and what looks for that would see it if it were not."""
+"""What is installed of a hardened build is hardened, and what looks for that would see it if it were not."""
 import pathlib
 import subprocess
 import sys

@@ -13,7 +13,7 @@ import tomllib
 import unittest
 
 import harness
-from harness import BUILD, CONFIG, PATIENCE, ROOT, STATUS, TRACKING, Finished, ScenarioTest, flow_key, status, udp_frame, wanted
+from harness import BUILD, CONFIG, PATIENCE, ROOT, STATUS, Finished, ScenarioTest, flow_key, status, udp_frame, wanted
 
 PACKAGING = ROOT / "packaging"
 UNITS = ("pexa-agent", "flow-tracker")

@@ -14,7 +14,7 @@ import subprocess
 import time
 import unittest
 
-from harness import AUDIT, BUDGET, CONFIG, COUNTER, IN_HARDWARE, PLUGIN, SFT, ScenarioTest, counter, flow_key, flows, offload_of, udp_frame
+from harness import AUDIT, BUDGET, CONFIG, IN_HARDWARE, PLUGIN, SFT, counter, flow_key, flows, offload_of, udp_frame
 from test_flow_tracker import FlowTrackerTest, datagram, flow_sample
 
 TIMES = int(os.environ.get("SFT_KILL_TIMES", "150"))

@@ -1,5 +1,4 @@
 """Real programs talk through the agent, between hosts in network namespaces; the kernel of the receiver counts with us."""
-import json
 import signal
 import subprocess
 import sys

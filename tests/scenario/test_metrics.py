@@ -13,7 +13,7 @@ import urllib.error
 import urllib.parse
 import urllib.request
 
-from harness import (BUDGET, INGRESS, IN_HARDWARE, OVERFLOW, OWN_CAPTURES, PATIENCE, ScenarioTest, flows, is_ipv6, wanted)
+from harness import (BUDGET, IN_HARDWARE, OVERFLOW, OWN_CAPTURES, PATIENCE, ScenarioTest, flows, is_ipv6, wanted)
 import programs
 
 MIXED = OWN_CAPTURES / "mixed.pcap"

@@ -1,10 +1,9 @@
 """`sft top` in a terminal: what it shows, its keys, an agent that goes and comes, sizes, and the terminal that it leaves behind."""
-import os
 import signal
 import time
 import unittest
 
-from harness import (BUDGET, CONFIG, COUNTER, OVERFLOW, PATIENCE, SFT, STATES, ScenarioTest, counter, flow_key, status, udp_frame,
+from harness import (BUDGET, COUNTER, OVERFLOW, PATIENCE, SFT, STATES, ScenarioTest, counter, flow_key, status, udp_frame,
                      wanted)
 from pty_screen import Terminal
 

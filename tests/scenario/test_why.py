@@ -4,7 +4,7 @@ import socketserver
 import threading
 import unittest
 
-from harness import (BUDGET, EGRESS, INGRESS, OVERFLOW, PLUGIN, SAMPLING, STATES, TRACKING, ScenarioTest, counter, flow_key,
+from harness import (BUDGET, EGRESS, OVERFLOW, SAMPLING, STATES, TRACKING, ScenarioTest, flow_key,
                      status, udp_frame, wanted)
 from test_flow_tracker import FLOW_A, FLOW_B, FlowTrackerTest, datagram, flow_sample
 

@@ -15,7 +15,7 @@ import time
 import unittest
 
 import harness
-from harness import AUDIT, CONFIG, INGRESS, IN_HARDWARE, PLUGIN, SFT, ScenarioTest, flow_key, flows, udp_frame, wanted
+from harness import AUDIT, CONFIG, INGRESS, PLUGIN, SFT, flow_key, flows, udp_frame, wanted
 from live import LEFT, RIGHT, LiveAgent, LiveTest, Load
 from test_flow_tracker import Tracker
 

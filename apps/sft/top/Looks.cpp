@@ -1,22 +1,15 @@
 #include "top/Looks.h"
 
-#include <fmt/format.h>
+#include "RowMembers.h"
 
 namespace Sft::Top {
 namespace {
 
-template <class T>
-T member(const Kiv::Value& row, std::string_view name) {
-  const Kiv::Value* found = row.member(name);
-  if (found == nullptr) throw Kiv::ValueError(fmt::format("a row without \"{}\"", name));
-  return Kiv::ValueTraits<T>::fromValue(*found);
-}
-
 std::uint64_t number(const Kiv::Value& row, std::string_view name) {
-  return member<std::uint64_t>(row, name);
+  return memberTo<std::uint64_t>(row, name);
 }
 std::string text(const Kiv::Value& row, std::string_view name) {
-  return member<Kiv::String>(row, name);
+  return memberTo<Kiv::String>(row, name);
 }
 
 SamplingCounts samplingOf(const Kiv::Value& row) {
@@ -38,7 +31,7 @@ ReasonCount reasonOf(const Kiv::Value& row) {
 PortCounts portOf(const Kiv::Value& row) {
   return {.name = text(row, "name"),
           .kind = text(row, "kind"),
-          .up = member<bool>(row, "up"),
+          .up = memberTo<bool>(row, "up"),
           .replay = row.member("replay") != nullptr ? text(row, "replay") : "",
           .packetsIn = number(row, "packetsIn"),
           .bytesIn = number(row, "bytesIn"),

@@ -31,6 +31,7 @@ void requireTerminal() {
   int found = 0;
   const bool known = ::setupterm(nullptr, STDOUT_FILENO, &found) == OK;
   const char* move = known ? ::tigetstr("cup") : nullptr;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): what curses answers for no such capability
   const bool moves = move != nullptr && move != reinterpret_cast<const char*>(-1);
   if (known) ::del_curterm(cur_term);  // the display has its own
   if (!moves) {

@@ -2,47 +2,21 @@
 
 #include <gmock/gmock.h>
 
-#include <asio/buffer.hpp>
-#include <asio/io_context.hpp>
-#include <asio/local/stream_protocol.hpp>
-#include <asio/read.hpp>
-#include <asio/read_until.hpp>
-#include <asio/write.hpp>
-#include <thread>
+#include <string>
 #include <vector>
 
+#include "FakeServer.h"
+#include "RowMembers.h"
 #include "TempDir.h"
 
 namespace {
 
-using asio::local::stream_protocol;
 using Sft::CommandError;
 using Sft::ControlClient;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
-
-// Answers each request with the next of the texts; behind the last one it stays, and is silent.
-class FakeServer {
- public:
-  FakeServer(const std::string& path, std::vector<std::string> answers)
-      : acceptor_(io_, stream_protocol::endpoint(path)), thread_([this, answers = std::move(answers)] {
-          stream_protocol::socket socket = acceptor_.accept();
-          std::string in;
-          for (const std::string& each : answers) {
-            in.erase(0, asio::read_until(socket, asio::dynamic_buffer(in), '\n'));
-            asio::write(socket, asio::buffer(each));
-          }
-          std::error_code gone;
-          asio::read(socket, asio::dynamic_buffer(in), gone);
-        }) {}
-  ~FakeServer() { thread_.join(); }
-
- private:
-  asio::io_context io_;
-  stream_protocol::acceptor acceptor_;
-  std::thread thread_;
-};
+using TestSupport::FakeServer;
 
 class ControlClientTest : public testing::Test {
  protected:
@@ -84,6 +58,23 @@ TEST_F(ControlClientTest, SilenceIsNoRefusal) {
     FAIL() << "nothing was refused";
   } catch (const CommandError&) {
   }
+}
+
+TEST_F(ControlClientTest, TellsWhatWasAnsweredInsteadOfRowsAndAnEnd) {
+  for (const std::string answer : {"no JSON", "[]", R"({"roww":1})"}) {
+    const FakeServer server(path(), {answer + "\n"});
+    ControlClient asks = client();
+    EXPECT_THAT([&] { rowsOf(asks); },
+                ThrowsMessage<CommandError>(AllOf(
+                    HasSubstr("the agent at " + path() + " answers something else"), HasSubstr(answer))));
+  }
+}
+
+TEST_F(ControlClientTest, TellsOfARowThatIsNotAsItWasExpected) {
+  const FakeServer server(path(), {"{\"row\":{\"a\":1}}\n{\"end\":true}\n"});
+  ControlClient asks = client();
+  EXPECT_THAT([&] { asks.ask(Kiv::Value::Object{}, [](const Kiv::Value& row) { Sft::memberOf(row, "b"); }); },
+              ThrowsMessage<CommandError>(HasSubstr("has no \"b\", in {\"row\":{\"a\":1}}")));
 }
 
 }  // namespace
