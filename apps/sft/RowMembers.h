@@ -25,7 +25,7 @@ template <class T>
 const T& memberAs(const Kiv::Value& row, std::string_view name, std::string_view expected) {
   const Kiv::Value& value = memberOf(row, name);
   if (const T* held = value.as<T>()) return *held;
-  throw Kiv::ValueError(fmt::format("{}: expected {}, got {}", name, expected, value.described()));
+  throw Kiv::ValueError(fmt::format("\"{}\": expected {}, got {}", name, expected, value.described()));
 }
 
 // Converted as everywhere (Kiv::ValueTraits).
@@ -35,7 +35,7 @@ T memberTo(const Kiv::Value& row, std::string_view name) {
   try {
     return Kiv::ValueTraits<T>::fromValue(value);
   } catch (const Kiv::ValueError& error) {
-    throw Kiv::ValueError(fmt::format("{}: {}", name, error.what()));
+    throw Kiv::ValueError(fmt::format("\"{}\": {}", name, error.what()));
   }
 }
 

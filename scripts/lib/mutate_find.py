@@ -8,7 +8,7 @@ import bisect
 import dataclasses
 import pathlib
 
-from clang.cindex import CursorKind as K, Index, TokenKind, TranslationUnit, TypeKind
+from clang.cindex import CursorKind as K, Index, TokenKind, TypeKind
 
 SWAPS = {"<": ["<="], "<=": ["<"], ">": [">="], ">=": [">"], "==": ["!="], "!=": ["=="], "&&": ["||"], "||": ["&&"],
          "+": ["-"], "-": ["+"], "*": ["+"], "/": ["*"], "%": ["*"], "&": ["|"], "|": ["&"], "^": ["&"], "<<": [">>"], ">>": ["<<"],

@@ -62,11 +62,11 @@ TEST_F(AuditCommandsTest, AnAnswerThatIsNotAnAuditsIsOneError) {
            {"{}", "has no \"findings\""},
            {R"({"findings":[],)" + rest, "has no \"running\""},
            {R"({"findings":[],"running":false})", "has no \"stopped\""},
-           {R"({"findings":7,"running":false,)" + rest, "findings: expected a list"},
+           {R"({"findings":7,"running":false,)" + rest, "\"findings\": expected a list"},
            {R"({"findings":["a"],"running":false,)" + rest, "expected an object"},
-           {R"({"findings":[],"running":1,)" + rest, "running: expected true or false"},
+           {R"({"findings":[],"running":1,)" + rest, "\"running\": expected true or false"},
            {R"({"findings":[],"running":false,"statuses":-1,"differences":0,"repaired":0,"stopped":null})",
-            "statuses: expected a whole number"}}) {
+            "\"statuses\": expected a whole number"}}) {
     EXPECT_THAT([&] { found({answer}); }, ThrowsMessage<CommandError>(HasSubstr(wrong))) << answer;
   }
 }
