@@ -4,9 +4,9 @@
 //   first(key)                the walk in the table's own order, a key at a time; false at the end
 //   atOrAfter(place, key)
 //   after(place, key)
-//   expect(entries)           a hint to a shared table that so many are about to come; false: to be called
-//   again insert(value)  erase(key) writing; a shared table's may throw Quell::TableError damaged(text)
-//   reports damage met by a walk
+//   expect(entries)           tells a shared table that so many are about to come; false: call again
+//   insert(value)  erase(key) writing; a shared table's may throw Quell::TableError
+//   damaged(text)             reports damage met by a walk
 //
 // An output is one of these five for one family; the family decides which of the ten it is.
 // Threading: the agent's event thread.
