@@ -36,6 +36,10 @@ if(SFT_HARDENED)
   add_link_options(-Wl,-z,relro,-z,now)
 endif()
 
+# Asio decides by what was included before it whether it takes memory from std::aligned_alloc or from operator new. One program must
+# not do both: what one file takes another one may give back.
+add_compile_definitions(ASIO_DISABLE_STD_ALIGNED_ALLOC)
+
 if(SFT_SANITIZE)
   add_compile_options(-fsanitize=${SFT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${SFT_SANITIZE})
