@@ -56,10 +56,9 @@ TEST_F(Loads, AHitFromAPlaceIsTheEntryAndTheSlot) {
   EXPECT_EQ(loadsOf([&](Machine&) { place = table_->place<sizeof(Record)>(hashOf(key)); }), kEntries + 1);
   ASSERT_NE(place.word, nullptr);
   Record record;
-  EXPECT_EQ(loadsOf([&](Machine&) {
-              table_->find<sizeof key, sizeof record>(place, &key, hashOf(key), &record);
-            }),
-            1 + (1 + 3 + 1));
+  EXPECT_EQ(
+      loadsOf([&](Machine&) { table_->find<sizeof key, sizeof record>(place, &key, hashOf(key), &record); }),
+      1 + (1 + 3 + 1));
   EXPECT_EQ(stampOf(record, key), key);
 }
 

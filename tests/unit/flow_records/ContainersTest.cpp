@@ -78,7 +78,8 @@ TEST(RecordTypes, RegisteringAgainChangesNothing) {
   const Kiv::Module module("own", {&HoFlowStatus::kivType()});
   FlowTracking::recordTypesRegister();
   bool known = true;
-  for (const std::string name : {"HoFlowConfig", "HoFlowStatus", "HoFlowCounter", "HosStateCounter", "HoStatus"})
+  for (const std::string name :
+       {"HoFlowConfig", "HoFlowStatus", "HoFlowCounter", "HosStateCounter", "HoStatus"})
     known = known && Kiv::typeByName("FlowTracking::" + name) != nullptr;
   std::_Exit(known ? 0 : 1);
 }

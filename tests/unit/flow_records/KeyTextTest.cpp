@@ -27,7 +27,8 @@ TEST(KeyTextTest, PartsAreTakenInTheirOrderUpToTheEnd) {
   EXPECT_EQ(refusal([&] { text.end(); }), "expected the end of the key, got \"2\"");
   EXPECT_EQ(text.number("third", 9), 2U);
   EXPECT_EQ(refusal([&] { text.end(); }), "");
-  EXPECT_EQ(refusal([&] { text.number("fourth", 9); }), "fourth: expected, but the key's text ends before it");
+  EXPECT_EQ(refusal([&] { text.number("fourth", 9); }),
+            "fourth: expected, but the key's text ends before it");
 }
 
 TEST(KeyTextTest, TheRestMayHoldAnyCharacterAndIsTheEnd) {
@@ -37,7 +38,8 @@ TEST(KeyTextTest, TheRestMayHoldAnyCharacterAndIsTheEnd) {
   text.restInto(held, "second");
   EXPECT_EQ(held, Pavo::IntfId("Ethernet1/2"));
   EXPECT_EQ(refusal([&] { text.end(); }), "");
-  EXPECT_EQ(refusal([&] { text.restInto(held, "third"); }), "third: expected, but the key's text ends before it");
+  EXPECT_EQ(refusal([&] { text.restInto(held, "third"); }),
+            "third: expected, but the key's text ends before it");
 }
 
 TEST(KeyTextTest, SeveralPartsAreTakenWithTheSeparatorsBetweenThem) {
@@ -63,8 +65,10 @@ TEST(KeyTextTest, ASeparatorAtTheEndBeginsAnEmptyPart) {
 }
 
 TEST(KeyTextTest, ANumberIsDigitsAlone) {
-  for (const std::string wrong : {"", "x", "1x", "x1", " 1", "1 ", "-1", "+1", "11", "99999999999999999999"}) {
-    EXPECT_EQ(refusal([&] { KeyText(wrong).number("n", 10); }), "n: expected a number up to 10, got \"" + wrong + '"');
+  for (const std::string wrong :
+       {"", "x", "1x", "x1", " 1", "1 ", "-1", "+1", "11", "99999999999999999999"}) {
+    EXPECT_EQ(refusal([&] { KeyText(wrong).number("n", 10); }),
+              "n: expected a number up to 10, got \"" + wrong + '"');
   }
   EXPECT_EQ(KeyText("10").number("n", 10), 10U);
   EXPECT_EQ(KeyText("0").number("n", 0), 0U);

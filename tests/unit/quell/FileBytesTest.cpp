@@ -1,4 +1,5 @@
-// The bytes of a table's file, as docs/shared-memory.md draws them: other processes, older and newer, read them.
+// The bytes of a table's file, as docs/shared-memory.md draws them: other processes, older and newer, read
+// them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #define XXH_INLINE_ALL
@@ -193,7 +194,8 @@ TEST_F(FileBytes, CreationReservesTheHeaderTheIndexAndTheRecords) {
 TEST_F(FileBytes, TheCapacityIsAtLeastOneAndAtMostWhatATableHolds) {
   const SystemCalls calls("posix_fallocate", ENOSPC);
   EXPECT_THAT(tableError([&] { files_.open(0); }), HasSubstr("with room for 1 entries"));
-  EXPECT_THAT(tableError([&] { files_.open(std::uint64_t{1} << 40); }), HasSubstr("with room for 8388544 entries"));
+  EXPECT_THAT(tableError([&] { files_.open(std::uint64_t{1} << 40); }),
+              HasSubstr("with room for 8388544 entries"));
 }
 
 TEST_F(FileBytes, AHeaderThatFitsItsCheckAndSaysWhatCannotBeIsDamaged) {
@@ -201,12 +203,9 @@ TEST_F(FileBytes, AHeaderThatFitsItsCheckAndSaysWhatCannotBeIsDamaged) {
   identityIs([](Layout::Identity&) {});
   ASSERT_EQ(openError(), "");
   const std::vector<std::function<void(Layout::Identity&)>> changes{
-      [](auto& it) { it.version = 0; },
-      [](auto& it) { it.identityBytes = 551; },
-      [](auto& it) { it.keyBytes = 0; },
-      [](auto& it) { it.keyBytes = it.recordBytes + 1; },
-      [](auto& it) { it.recordBytes = 2049; },
-      [](auto& it) { it.recordsOffset += 4096; },
+      [](auto& it) { it.version = 0; },        [](auto& it) { it.identityBytes = 551; },
+      [](auto& it) { it.keyBytes = 0; },       [](auto& it) { it.keyBytes = it.recordBytes + 1; },
+      [](auto& it) { it.recordBytes = 2049; }, [](auto& it) { it.recordsOffset += 4096; },
   };
   const std::string whole = text(0, sizeof(Layout::Identity));
   for (std::size_t i = 0; i < changes.size(); ++i) {

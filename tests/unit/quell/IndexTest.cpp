@@ -33,7 +33,9 @@ std::vector<std::uint32_t> idsEndingIn(std::uint64_t bits, std::uint64_t mask, s
 
 class Indexes : public testing::Test {
  protected:
-  Indexes() : things_(files_.open(4)), reader_(Quell::TableFile::open(files_.place(), Quell::TableFile::Access::write)) {}
+  Indexes()
+      : things_(files_.open(4)),
+        reader_(Quell::TableFile::open(files_.place(), Quell::TableFile::Access::write)) {}
 
   void insert(const std::vector<std::uint32_t>& ids, std::uint32_t stamp = 1) {
     for (const std::uint32_t id : ids) things_->red().insert(thing(id, stamp));

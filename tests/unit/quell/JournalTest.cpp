@@ -63,8 +63,8 @@ TEST_F(Journals, AnEntryHoldsItsPositionACheckOfItAndTheKeyFilledUpWithZeroes) {
     const std::uint64_t second = key.port;
     const auto* words = file_->journal(position);
     EXPECT_EQ(words[0].load(), position + 1);
-    EXPECT_EQ(words[1].load(), (position + 1) * Layout::factor(2) + first * Layout::factor(0) +
-                                   second * Layout::factor(1));
+    EXPECT_EQ(words[1].load(),
+              (position + 1) * Layout::factor(2) + first * Layout::factor(0) + second * Layout::factor(1));
     EXPECT_EQ(words[2].load(), first);
     EXPECT_EQ(words[3].load(), second);
   }

@@ -19,8 +19,8 @@ namespace {
 class Logged {
  public:
   Logged() {
-    spdlog::set_default_logger(std::make_shared<spdlog::logger>(
-        "test", std::make_shared<spdlog::sinks::ostream_sink_st>(text_)));
+    spdlog::set_default_logger(
+        std::make_shared<spdlog::logger>("test", std::make_shared<spdlog::sinks::ostream_sink_st>(text_)));
     spdlog::set_pattern("%v");
   }
   ~Logged() { spdlog::set_default_logger(before_); }
@@ -179,7 +179,8 @@ void storeAndFind() {
   };
   const auto made = [](unsigned number) {
     Bytes record;
-    for (std::size_t i = 0; i < RecordBytes; ++i) record.bytes[i] = static_cast<std::uint8_t>(number * 31 + i);
+    for (std::size_t i = 0; i < RecordBytes; ++i)
+      record.bytes[i] = static_cast<std::uint8_t>(number * 31 + i);
     for (std::size_t i = RecordBytes; i < record.bytes.size(); ++i) record.bytes[i] = 0xee;
     return record;
   };

@@ -40,8 +40,8 @@ class Spaces : public testing::Test {
     space_ = std::make_unique<Quell::TableSpace>(*file_);
   }
 
-  // What `call` asks the system for. Nothing is reserved in fact but the file made as long. Large pages are to
-  // be had or not.
+  // What `call` asks the system for. Nothing is reserved in fact but the file made as long. Large pages are
+  // to be had or not.
   std::vector<Asked> asks(const std::function<void()>& call, bool largePages = true) {
     std::vector<Asked> all;
     const SystemCalls calls([&](const SystemCall& each) -> int {
@@ -78,10 +78,11 @@ class Spaces : public testing::Test {
 }  // namespace
 
 TEST_F(Spaces, WhatIsInUseIsReservedBeforeAnythingIsStored) {
-  const auto asked = asks([&] { space_->usedIs(std::vector<bool>(200, true), std::vector<bool>(70, true), 130); });
-  EXPECT_THAT(asked, ElementsAre(Asked{kReserve, 0, 4 * kKiB},                            // the header
-                                 Asked{kReserve, kIndex, 12 * kKiB},                      // 130 buckets
-                                 Asked{kReserve, Layout::kOverflowOffset, 8 * kKiB},      // 70 more
+  const auto asked =
+      asks([&] { space_->usedIs(std::vector<bool>(200, true), std::vector<bool>(70, true), 130); });
+  EXPECT_THAT(asked, ElementsAre(Asked{kReserve, 0, 4 * kKiB},                        // the header
+                                 Asked{kReserve, kIndex, 12 * kKiB},                  // 130 buckets
+                                 Asked{kReserve, Layout::kOverflowOffset, 8 * kKiB},  // 70 more
                                  Asked{kReserve, file_->identity().recordsOffset, 16 * kKiB}));  // 200 slots
 }
 
@@ -98,8 +99,9 @@ TEST_F(Spaces, ARegionIsGatheredIntoALargePageOnceHalfOfItIsThere) {
   startWith(1);
   EXPECT_THAT(asksForBuckets(kBucketsAMiB - 64),
               ElementsAre(Asked{kReserve, kIndex + 4 * kKiB, kMiB - 8 * kKiB}));
-  EXPECT_THAT(asksForBuckets(kBucketsAMiB - 63),
-              ElementsAre(Asked{kReserve, kIndex + kMiB - 4 * kKiB, 128 * kKiB}, Asked{kGather, kIndex, 2 * kMiB}));
+  EXPECT_THAT(
+      asksForBuckets(kBucketsAMiB - 63),
+      ElementsAre(Asked{kReserve, kIndex + kMiB - 4 * kKiB, 128 * kKiB}, Asked{kGather, kIndex, 2 * kMiB}));
   EXPECT_THAT(asksForBuckets(kBucketsAMiB + 2000),
               ElementsAre(Asked{kReserve, kIndex + kMiB + 124 * kKiB, 144 * kKiB}));
 }
@@ -107,7 +109,7 @@ TEST_F(Spaces, ARegionIsGatheredIntoALargePageOnceHalfOfItIsThere) {
 TEST_F(Spaces, ExactlyHalfOfALargePageIsGathered) {
   startWith(1);
   EXPECT_THAT(asksForBuckets(kBucketsAMiB), ElementsAre(Asked{kReserve, kIndex + 4 * kKiB, kMiB - 4 * kKiB},
-                                                       Asked{kGather, kIndex, 2 * kMiB}));
+                                                        Asked{kGather, kIndex, 2 * kMiB}));
 }
 
 TEST_F(Spaces, NoStepGoesPastTheEndOfALargePage) {
@@ -136,15 +138,16 @@ TEST_F(Spaces, WithoutLargePagesARegionGrowsByAMegabyteAtMost) {
   startWith(2 * kBucketsAMiB);
   EXPECT_THAT(asksForBuckets(2 * kBucketsAMiB + 1, false),
               ElementsAre(Asked{kReserve, kIndex + 2 * kMiB, 256 * kKiB}));
-  EXPECT_THAT(asksForBuckets(16 * kBucketsAMiB, false),
-              ElementsAre(Asked{kReserve, kIndex + 2 * kMiB + 256 * kKiB, 14 * kMiB - 256 * kKiB},
-                          Asked{kGather, kIndex + 2 * kMiB, 2 * kMiB}, Asked{kGather, kIndex + 4 * kMiB, 2 * kMiB},
-                          Asked{kGather, kIndex + 6 * kMiB, 2 * kMiB}, Asked{kGather, kIndex + 8 * kMiB, 2 * kMiB},
-                          Asked{kGather, kIndex + 10 * kMiB, 2 * kMiB},
-                          Asked{kGather, kIndex + 12 * kMiB, 2 * kMiB},
-                          Asked{kGather, kIndex + 14 * kMiB, 2 * kMiB}));
-  EXPECT_THAT(asksForBuckets(16 * kBucketsAMiB + 1, false),
-              ElementsAre(Asked{kReserve, kIndex + 16 * kMiB, kMiB}, Asked{kGather, kIndex + 16 * kMiB, 2 * kMiB}));
+  EXPECT_THAT(
+      asksForBuckets(16 * kBucketsAMiB, false),
+      ElementsAre(Asked{kReserve, kIndex + 2 * kMiB + 256 * kKiB, 14 * kMiB - 256 * kKiB},
+                  Asked{kGather, kIndex + 2 * kMiB, 2 * kMiB}, Asked{kGather, kIndex + 4 * kMiB, 2 * kMiB},
+                  Asked{kGather, kIndex + 6 * kMiB, 2 * kMiB}, Asked{kGather, kIndex + 8 * kMiB, 2 * kMiB},
+                  Asked{kGather, kIndex + 10 * kMiB, 2 * kMiB}, Asked{kGather, kIndex + 12 * kMiB, 2 * kMiB},
+                  Asked{kGather, kIndex + 14 * kMiB, 2 * kMiB}));
+  EXPECT_THAT(
+      asksForBuckets(16 * kBucketsAMiB + 1, false),
+      ElementsAre(Asked{kReserve, kIndex + 16 * kMiB, kMiB}, Asked{kGather, kIndex + 16 * kMiB, 2 * kMiB}));
   EXPECT_THAT(asksForBuckets(17 * kBucketsAMiB + 1, false),
               ElementsAre(Asked{kReserve, kIndex + 17 * kMiB, kMiB}));
 }
@@ -153,7 +156,8 @@ TEST_F(Spaces, TheIndexEndsWhereItsRegionDoes) {
   startWith(1);
   asksForBuckets(Layout::kMostBuckets - 64);
   const std::uint64_t end = kIndex + Layout::kMostBuckets * sizeof(Layout::Bucket);
-  EXPECT_THAT(asksForBuckets(Layout::kMostBuckets - 63), ElementsAre(Asked{kReserve, end - 4 * kKiB, 4 * kKiB}));
+  EXPECT_THAT(asksForBuckets(Layout::kMostBuckets - 63),
+              ElementsAre(Asked{kReserve, end - 4 * kKiB, 4 * kKiB}));
   EXPECT_THAT(asksForBuckets(Layout::kMostBuckets), IsEmpty());
   EXPECT_THAT(asks([&] { EXPECT_FALSE(space_->bucketsReserved(Layout::kMostBuckets + 1)); }), IsEmpty());
 }
@@ -273,7 +277,8 @@ TEST_F(Spaces, OverflowBucketsAreReservedForThoseThatAreWanted) {
   asks([&] { space_->usedIs({}, std::vector<bool>(64), 1); });
   EXPECT_THAT(asks([&] { EXPECT_TRUE(space_->overflowFree(64)); }), IsEmpty());
   const std::uint64_t behind = Layout::kOverflowOffset + 4 * kKiB;
-  EXPECT_THAT(asks([&] { EXPECT_TRUE(space_->overflowFree(65)); }), ElementsAre(Asked{kReserve, behind, 4 * kKiB}));
+  EXPECT_THAT(asks([&] { EXPECT_TRUE(space_->overflowFree(65)); }),
+              ElementsAre(Asked{kReserve, behind, 4 * kKiB}));
   EXPECT_THAT(asks([&] { EXPECT_TRUE(space_->overflowFree(128)); }), IsEmpty());
   EXPECT_THAT(asks([&] { EXPECT_TRUE(space_->overflowFree(129)); }),
               ElementsAre(Asked{kReserve, behind + 4 * kKiB, 4 * kKiB}));

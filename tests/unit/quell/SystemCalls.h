@@ -15,7 +15,8 @@ struct SystemCall {
 };
 
 // While it lives, each call of this process asks `answer`: 0 lets it go on to the kernel, an error is what it
-// ends with, kDone ends it well. What the answer itself calls goes to the kernel. One at a time, on one thread.
+// ends with, kDone ends it well. What the answer itself calls goes to the kernel. One at a time, on one
+// thread.
 class SystemCalls {
  public:
   static constexpr int kDone = -1;

@@ -223,8 +223,9 @@ TEST_F(SystemFaults, ALargePageForWhichThereIsNoRoomLeavesTheFileAsLong) {
   for (const unsigned failing : {1U, 2U}) {
     unsigned asked = 0;
     {
-      const SystemCalls calls(
-          [&](const SystemCall& call) { return call.name == "posix_fallocate" && ++asked == failing ? ENOSPC : 0; });
+      const SystemCalls calls([&](const SystemCall& call) {
+        return call.name == "posix_fallocate" && ++asked == failing ? ENOSPC : 0;
+      });
       EXPECT_FALSE(file->reserveLargePage(behind)) << failing;
     }
     EXPECT_EQ(asked, failing);
