@@ -38,7 +38,7 @@ def main():
     options = parser.parse_intermixed_args()
     names = trusted_rooms.programs(options.room, slow=False)
     if not options.no_build:
-        mutate_build.build(TOP, FOLDER, names)
+        mutate_build.build(TOP, FOLDER, trusted_rooms.rooms(options.room))
     mutants = mutate_build.load(FOLDER)
     numbers = chosen(mutants, options)
     if not numbers:

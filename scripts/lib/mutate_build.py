@@ -42,14 +42,15 @@ def programs(folder):
 
 
 class Build:
-    def __init__(self, top, folder, names):
-        self.top, self.folder, self.names = top, folder, names
+    def __init__(self, top, folder, rooms):
+        self.top, self.folder, self.rooms = top, folder, rooms
+        self.names = trusted_rooms.programs(rooms)
         self.tree = folder / "src"
         self.out = programs(folder).parent
         self.arguments = ["-std=c++20", *(f"-I{top / each}" for each in trusted_rooms.INCLUDES)]
 
     def find(self):
-        """All changes: numbers from 1 on, in the order of their places."""
+        """All changes of all rooms: numbers from 1 on, in the order of their places."""
         paths = [path for path in sources(self.top) if path.endswith((".h", ".cpp")) and trusted_rooms.room_of(path)]
         self.sites = self.found(paths)
         self.mutants = {}
@@ -59,6 +60,10 @@ class Build:
                     self.mutants[len(self.mutants) + 1] = {"file": path, "line": site.line, "function": site.function, "change": change,
                                                            "end": site.line + self.lines(path, site)}
         self.dropped = set()
+
+    def changes(self, path):
+        """Whether a file gets its changes; those of other rooms are left as they are, so that what they are in comes out of the compiler cache."""
+        return path in self.sites and trusted_rooms.room_of(path) in self.rooms
 
     def found(self, paths):
         """Of each file its sites; those of the last time when no file has changed."""
@@ -84,7 +89,7 @@ class Build:
     def copy(self):
         """The tree with what is still to be made in it."""
         for path in sources(self.top):
-            if path not in self.sites:
+            if not self.changes(path):
                 target = self.tree / path
                 target.parent.mkdir(parents=True, exist_ok=True)
                 if not target.exists() or target.stat().st_mtime_ns != (self.top / path).stat().st_mtime_ns:
@@ -103,6 +108,8 @@ class Build:
                 ids = range(number + 1, number + 1 + len(site.changes))
                 number += len(site.changes)
                 numbers.append([None if each in self.dropped else each for each in ids])
+            if not self.changes(path):
+                continue
             text = mutate_write.rewritten((self.top / path).read_bytes(), sites, numbers)
             write_changed(self.tree / path, f'#include "{self.tree / DEVICE}/Mutant.h"\n#line 1\n{text}'.encode())
 
@@ -154,12 +161,12 @@ class Build:
         (self.folder / "mutants.json").write_text(json.dumps(self.mutants, indent=0))
 
 
-def build(top, folder, names):
-    """Builds the test programs of these names with all changes in them."""
+def build(top, folder, rooms):
+    """Builds the test programs of these rooms with all changes of these rooms in them."""
     if shutil.which("ninja") is None or shutil.which("objcopy") is None:
         raise SystemExit("mutate: no ninja or no objcopy; run scripts/bootstrap build")
     folder.mkdir(parents=True, exist_ok=True)
-    work = Build(top, folder, names)
+    work = Build(top, folder, rooms)
     work.find()
     print(f"mutate: {len(work.mutants)} changes in {len(work.sites)} files", file=sys.stderr, flush=True)
     work.compile()

@@ -47,15 +47,24 @@ def run(program, cases, number, seconds, folder):
                 pass
 
 
+def recorded(program, log):
+    """A program's cases with what they reach, as tests/mutation/Listener.cpp writes them, each line in words."""
+    log.unlink(missing_ok=True)
+    with tempfile.TemporaryDirectory(prefix="mutate-") as place:
+        status = subprocess.run([program, "--gtest_brief=1"], cwd=place, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                env={**os.environ, "SFT_MUTANT_RECORD": str(log), "RC_PARAMS": PROPERTIES, "TMPDIR": place}).returncode
+    lines = [line.split() for line in log.read_text().splitlines()] if log.exists() else []
+    if status not in (0, 1) or not lines:
+        raise SystemExit(f"mutate: {program.name} ended with status {status} while it told which cases reach which change, "
+                         f"behind {lines[-1][0] if lines else 'no case'}")
+    return lines
+
+
 def record(programs, folder):
     """Which cases reach which change: number to cases. A case that fails without any is left out, and told."""
     reached, left_out = {}, []
     for program in programs:
-        log = folder / f"{program.name}.reached"
-        with tempfile.TemporaryDirectory(prefix="mutate-") as place:
-            subprocess.run([program, "--gtest_brief=1"], cwd=place, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                           env={**os.environ, "SFT_MUTANT_RECORD": str(log), "RC_PARAMS": PROPERTIES, "TMPDIR": place})
-        lines = [line.split() for line in log.read_text().splitlines()]
+        lines = recorded(program, folder / f"{program.name}.reached")
         cases = {name: Case(str(program), name, int(milliseconds)) for name, milliseconds, outcome, *_ in lines if outcome == "passed" and name != "*"}
         left_out += [f"{program.name}: {line[0]}" for line in lines if line[2] == "failed"]
         for name, _, outcome, *numbers in lines:

@@ -57,6 +57,30 @@ class Trying(unittest.TestCase):
             self.assertTrue(mutate_run.run(program, case, 1, 0.1, folder))
 
 
+class Recording(unittest.TestCase):
+    def program(self, folder, body):
+        program = pathlib.Path(folder, "a_test")
+        program.write_text("#!/bin/sh\n" + body)
+        program.chmod(0o755)
+        return program
+
+    def test_cases_of_a_change(self):
+        with tempfile.TemporaryDirectory() as folder:
+            program = self.program(folder, 'printf "* 0 passed 1\\nA.B 5 passed 2\\nA.C 7 failed 2\\n" >$SFT_MUTANT_RECORD; exit 1')
+            reached, left_out = mutate_run.record([program], pathlib.Path(folder))
+            self.assertEqual({number: [case.name for case in cases] for number, cases in reached.items()}, {1: ["A.B"], 2: ["A.B"]})
+            self.assertEqual(left_out, ["a_test: A.C"])
+
+    def test_program_that_dies_is_told_in_one_line(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for before, where in (('printf "* 0 passed 1\\nA.B 5 passed 2\\n" >$SFT_MUTANT_RECORD; ', "A.B"), ("", "no case")):
+                program = self.program(folder, before + "kill -SEGV $$")
+                with self.assertRaises(SystemExit) as ended:
+                    mutate_run.record([program], pathlib.Path(folder))
+                self.assertEqual(str(ended.exception), "mutate: a_test ended with status -11 while it told which cases reach which change, "
+                                                       f"behind {where}")
+
+
 class Telling(unittest.TestCase):
     MUTANTS = {number: {"file": "flow_records/FlowKey.cpp", "line": number, "function": "FlowKey::str", "change": f"a < {number}  =>  a <= {number}",
                         "built": True} for number in range(1, 5)}

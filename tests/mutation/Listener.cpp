@@ -37,6 +37,8 @@ class Listener : public testing::EmptyTestEventListener {
   const char* const path = std::getenv("SFT_MUTANT_RECORD");
   if (path == nullptr || Mutant::reached == nullptr) return false;
   testing::UnitTest::GetInstance()->listeners().Append(new Listener(path));
+  // A death test may start this program anew: that one would begin the file anew too.
+  unsetenv("SFT_MUTANT_RECORD");
   return true;
 }();
 
