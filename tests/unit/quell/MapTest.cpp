@@ -166,6 +166,19 @@ TEST_F(Maps, AHintOfAWalkNamesKeysThatItMeetsLaterEachOnce) {
   EXPECT_GT(later, told.size() - 10) << "all but at the walk's end, where it begins anew";
 }
 
+TEST(NewReaders, FindWhatIsThereAtTheirFirstLookWhateverTheIndexHas) {
+  for (std::size_t capacity = 1; capacity <= 40; ++capacity) {
+    const auto writer = Kiv::makePtr<Things>("things");
+    Quell::attachAnonymous(writer->red(), capacity);
+    for (std::uint32_t id = 0; id < capacity; ++id) writer->red().insert(thing(id));
+    for (std::uint32_t id = 0; id < capacity + 4; ++id) {
+      const auto reader = Kiv::makePtr<Things>("things");
+      reader->red().tableIs(std::make_shared<Quell::Table>(writer->red().table()->file()));
+      EXPECT_EQ(reader->red().has(keyOf(id)), id < capacity) << id << " of " << capacity;
+    }
+  }
+}
+
 // --- Sizes that are no whole words
 
 namespace {
