@@ -240,6 +240,8 @@ TEST_F(Watchers, TablesAreListedByPathAndCollectionWithoutWhatIsNoTablesName) {
                                  "z blue", "z red"));
   EXPECT_THAT(Quell::listTables(dir_.path())[0].problem, HasSubstr("no shared table: 8 bytes"));
   EXPECT_EQ(Quell::listTables(dir_.path())[0].recordType, "");
+  EXPECT_EQ(Quell::listTables(dir_.path())[0].entries, 0U);
+  EXPECT_EQ(Quell::listTables(dir_.path())[0].writer, 0U);
 }
 
 TEST_F(Watchers, ADeadWriterIsNotListed) {
