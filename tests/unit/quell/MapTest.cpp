@@ -126,6 +126,19 @@ TEST_F(Maps, TheSameDamageIsLoggedOnceUntilAnotherComes) {
   EXPECT_EQ(red().corruptions(), 5U);
 }
 
+TEST_F(Maps, WhatAWriterPutsRightIsLoggedInOneLineAndNothingElseIs) {
+  const TestSupport::TempDir dir;
+  const Files files(dir.path());
+  files.open()->red().insert(thing(1));
+  const Logged logged;
+  files.open()->red().insert(thing(2));
+  EXPECT_EQ(logged.text(), "");
+  const auto file = Quell::TableFile::open(files.place(), Quell::TableFile::Access::write);
+  file->header().entries.store(Quell::Layout::countWord(7));
+  files.open()->red().insert(thing(3));
+  EXPECT_EQ(logged.text(), "table test/things red: repaired: counts put right\n");
+}
+
 TEST_F(Maps, RecordTypesHaveNoSizeUntilTheyAreGivenOne) {
   EXPECT_EQ(Quell::RecordType().recordBytes, 0U);
   EXPECT_EQ(Quell::RecordType().keyBytes, 0U);
