@@ -7,9 +7,6 @@
 namespace FlowTracking {
 namespace {
 
-constexpr std::uint64_t kIngress = 1;
-constexpr std::uint64_t kEgress = 2;
-
 // An address of a family, and how many bits of it count.
 template <class Address>
 std::size_t take(std::string_view text, std::array<std::uint8_t, Pavo::Ip6Addr::kBytes>& first) {
@@ -123,7 +120,7 @@ FlowPattern ValueTraits<FlowPattern>::fromValue(const Value& value) {
   FlowTracking::read(value, reader, "vrf", pattern.vrf);
   if (value.member("direction") != nullptr) {
     Bridging::AllowedTrafficDirection direction{};
-    reader.bounded("direction", direction, FlowTracking::kIngress, FlowTracking::kEgress);
+    reader.oneWay("direction", direction);
     pattern.direction = direction;
   } else {
     Kiv::String none;

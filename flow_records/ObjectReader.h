@@ -3,8 +3,10 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "Bridging.h"
 #include "Kiv.h"
 
 namespace FlowTracking {
@@ -45,6 +47,11 @@ class ObjectReader {
     if (number < least || number > most) failBounds(name, number, least, most);
     held = static_cast<T>(number);
     return *this;
+  }
+  // The one direction in which a flow is seen, as its number.
+  ObjectReader& oneWay(std::string_view name, Bridging::AllowedTrafficDirection& held) {
+    using enum Bridging::AllowedTrafficDirection;
+    return bounded(name, held, static_cast<std::uint64_t>(ingress), static_cast<std::uint64_t>(egress));
   }
   // Throws MemberError when the object has a member that was not read.
   void end() const;

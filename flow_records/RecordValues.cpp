@@ -18,8 +18,6 @@ Kiv::Value valueOf(Bridging::AllowedTrafficDirection direction) {
   return static_cast<unsigned>(direction);
 }
 
-constexpr std::uint64_t kIngress = 1;
-constexpr std::uint64_t kEgress = 2;
 constexpr std::uint64_t kMostState = 0xff;
 
 template <class Domain>
@@ -57,7 +55,7 @@ template <class Domain>
 void fromObject(const Kiv::Value& value, HoFlowKey<Domain>& key) {
   ObjectReader(value)
       .required("ipFlowKey", key.ipFlowKey)
-      .bounded("direction", key.direction, kIngress, kEgress)
+      .oneWay("direction", key.direction)
       .required("intfId", key.intfId)
       .end();
 }

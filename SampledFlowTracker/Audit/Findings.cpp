@@ -8,7 +8,7 @@ namespace SampledFlowTracker {
 
 namespace {
 
-constexpr std::array<std::string_view, kFindingKinds> kWords = {
+constexpr std::array<std::string_view, kFindingKinds> kKindWords = {
     "per-state count",
     "references of a counter",
     "counter without a status",
@@ -24,7 +24,7 @@ constexpr std::array<std::string_view, kFindingKinds> kWords = {
 }  // namespace
 
 std::string_view wordsFor(FindingKind kind) {
-  return kWords[static_cast<std::size_t>(kind)];
+  return kKindWords[static_cast<std::size_t>(kind)];
 }
 
 Kiv::Value Finding::value() const {
@@ -57,7 +57,7 @@ Kiv::String Findings::summary() const {
   Kiv::String kinds;
   for (std::size_t i = 0; i < kFindingKinds; ++i) {
     if (counts_[i] == 0) continue;
-    kinds += fmt::format("{}{}: {}", kinds.empty() ? "" : ", ", kWords[i], counts_[i]);
+    kinds += fmt::format("{}{}: {}", kinds.empty() ? "" : ", ", kKindWords[i], counts_[i]);
   }
   return fmt::format("{} {}, {} repaired ({})", all, all == 1 ? "difference" : "differences", repaired_,
                      kinds);

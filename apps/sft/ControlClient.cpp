@@ -82,6 +82,7 @@ bool ControlClient::isRow(const std::string& line, const std::function<void(cons
 
 void ControlClient::send(std::string_view text) {
   while (!text.empty()) {
+    // cppcheck-suppress danglingTemporaryLifetime; what a caller puts together lives until the call is over
     const ssize_t sent = ::send(socket_, text.data(), text.size(), MSG_NOSIGNAL);
     if (sent < 0 && errno == EPIPE) return;  // who lets nobody in says why, and leaves
     if (sent < 0)

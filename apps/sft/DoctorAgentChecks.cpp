@@ -14,7 +14,7 @@ using Object = Value::Object;
 constexpr std::string_view kTrackingPath = "hardware/flowtracking/config/sampled";
 constexpr std::string_view kSampledPath = "sflow/hwconfigdir/sampledflowtracker";
 
-bool answers(const DoctorFacts& facts) {
+bool agentAnswers(const DoctorFacts& facts) {
   return facts.system.agent.standing == Standing::answers;
 }
 std::uint64_t wantedOf(const DoctorFacts& facts) {
@@ -76,7 +76,7 @@ void agent(const DoctorFacts& facts, Findings& findings) {
 }
 
 void plugin(const DoctorFacts& facts, Findings& findings) {
-  if (!answers(facts)) return;
+  if (!agentAnswers(facts)) return;
   const AgentFacts& agent = facts.system.agent;
   switch (agent.plugin) {
     case AgentFacts::Plugin::absent:

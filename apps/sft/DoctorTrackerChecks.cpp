@@ -15,7 +15,7 @@ using Object = Value::Object;
 
 constexpr double kSilence = 60;  // seconds; counter samples come three times as often
 
-bool answers(const DoctorFacts& facts) {
+bool trackerAnswers(const DoctorFacts& facts) {
   return facts.system.tracker.standing == Standing::answers;
 }
 const Value& statistics(const DoctorFacts& facts) {
@@ -73,7 +73,7 @@ void tracker(const DoctorFacts& facts, Findings& findings) {
 }
 
 void trackerInput(const DoctorFacts& facts, Findings& findings) {
-  if (!answers(facts)) return;
+  if (!trackerAnswers(facts)) return;
   const Value& all = statistics(facts);
   const Value agents = memberAt(all, {"agents"});
   const double last = lastHeard(agents);
@@ -109,7 +109,7 @@ void trackerInput(const DoctorFacts& facts, Findings& findings) {
 }
 
 void trackerInterfaces(const DoctorFacts& facts, Findings& findings) {
-  if (!answers(facts)) return;
+  if (!trackerAnswers(facts)) return;
   const Value unmapped = memberAt(statistics(facts), {"unmappedInterfaces"});
   for (const Value& each : elementsOf(unmapped)) {
     findings.push_back(
@@ -132,7 +132,7 @@ void trackerInterfaces(const DoctorFacts& facts, Findings& findings) {
 }
 
 void trackerBounds(const DoctorFacts& facts, Findings& findings) {
-  if (!answers(facts)) return;
+  if (!trackerAnswers(facts)) return;
   constexpr Counted kFamily[] = {
       {"refused", Severity::warning, "tracker-full",
        "samples of flows found no room in the tracker (max_flows)",
@@ -153,7 +153,7 @@ void trackerBounds(const DoctorFacts& facts, Findings& findings) {
 }
 
 void trackerCollectors(const DoctorFacts& facts, Findings& findings) {
-  if (!answers(facts)) return;
+  if (!trackerAnswers(facts)) return;
   constexpr Counted kCollector[] = {
       {"refused", Severity::warning, "collector-refuses", "times nobody listened there",
        "start the IPFIX collector there, or correct [[collector]] in flow-tracker.toml"},

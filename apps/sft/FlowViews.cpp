@@ -53,9 +53,6 @@ StateWanted stateWanted(const std::string& text, bool ofFlows) {
                   ofFlows ? ", waiting, unwanted" : ""));
 }
 
-Value timeOrNone(double time) {
-  return time == 0 ? Value() : Value(timeText(time));
-}
 Value ageOrNone(double time, double now) {
   return time == 0 ? Value() : Value(now - time);
 }

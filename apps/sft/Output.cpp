@@ -32,6 +32,10 @@ std::string timeText(double seconds) {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(whole), milliseconds);
 }
 
+Kiv::Value timeOrNone(double seconds) {
+  return seconds == 0 ? Kiv::Value() : Kiv::Value(timeText(seconds));
+}
+
 void print(std::string_view text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -49,6 +49,8 @@ class Output {
 
 // A UTC date and time, to the millisecond; "-" for 0, which stands for none.
 std::string timeText(double seconds);
+// The same as a row's member: null for 0.
+Kiv::Value timeOrNone(double seconds);
 
 // Plain text, to standard output.
 void print(std::string_view text);

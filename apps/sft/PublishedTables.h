@@ -25,6 +25,14 @@ namespace Sft {
 // Where each container stands, for the sampled kind of flow tracking.
 template <class Container>
 Kiv::String tablePath();
+template <>
+Kiv::String tablePath<FlowTracking::HoFlowConfig>();
+template <>
+Kiv::String tablePath<FlowTracking::HoFlowStatus>();
+template <>
+Kiv::String tablePath<FlowTracking::HoFlowCounter>();
+template <>
+Kiv::String tablePath<FlowTracking::HosStateCounter>();
 
 // Throws CommandError unless it is there.
 void requireRunDir(const Context& context);

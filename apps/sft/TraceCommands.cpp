@@ -13,7 +13,7 @@
 namespace Sft {
 namespace {
 
-constexpr std::chrono::milliseconds kPause(100);  // between two looks at a ring that is followed
+constexpr std::chrono::milliseconds kFollowPause(100);  // between two looks at a ring that is followed
 
 Kiv::Value rowOf(const Skein::TraceRecord& record) {
   return Kiv::Value::Object{
@@ -43,7 +43,7 @@ void showTrace(const Context& context, bool follow) {
     }
     output.finish();
     if (!follow) return;
-    std::this_thread::sleep_for(kPause);
+    std::this_thread::sleep_for(kFollowPause);
   }
 }
 

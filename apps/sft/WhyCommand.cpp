@@ -63,10 +63,6 @@ WhyFlow whyFlowOf(const FlowPattern& pattern) {
   return flow;
 }
 
-Value timeOrNone(double time) {
-  return time == 0 ? Value() : Value(timeText(time));
-}
-
 class Why {
  public:
   Why(const Context& context, FlowPattern pattern, std::uint64_t limit)

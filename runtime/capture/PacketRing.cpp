@@ -17,8 +17,8 @@ namespace {
 
 constexpr std::size_t kBytes = std::size_t{PacketRing::kBlockBytes} * PacketRing::kBlocks;
 // Another processor wrote the slots: their headers and the packet's are asked for some slots ahead.
-constexpr std::uint32_t kAsked = 4;
-constexpr std::size_t kHeaders = 192;
+constexpr std::uint32_t kSlotsAhead = 4;
+constexpr std::size_t kSlotBytesAhead = 192;
 
 std::atomic_ref<std::uint32_t> statusOf(tpacket2_hdr& header) {
   return std::atomic_ref<std::uint32_t>(header.tp_status);
@@ -73,7 +73,7 @@ PacketRing::Taken PacketRing::take(std::span<SocketFrame> room) {
   while (result.frames != room.size()) {
     tpacket2_hdr& header = *slot(next_);
     if (!filled(header) || (header.tp_status & TP_STATUS_COPY) != 0) break;
-    Kiv::prefetch(slot(next_ + kAsked), kHeaders);
+    Kiv::prefetch(slot(next_ + kSlotsAhead), kSlotBytesAhead);
     if (readFrame(header, room[result.frames])) {
       ++result.frames;
     } else {

@@ -5,12 +5,6 @@
 #include <cstring>
 
 namespace Capture {
-namespace {
-
-constexpr std::uint32_t kSecondNs = 1'000'000'000;
-
-}  // namespace
-
 RecordBlock::RecordBlock() : bytes_(new std::uint8_t[kBytes]), places_(new std::uint32_t[kMostRecords + 1]) {}
 
 void RecordBlock::fill(const RecordForm& form, const RecordBlock* before) {

@@ -10,6 +10,8 @@
 
 namespace Capture {
 
+inline constexpr std::uint32_t kSecondNs = 1'000'000'000;
+
 // A capture of the usual form: pcap 2.4 in this machine's byte order.
 struct RecordForm {
   int descriptor;              // of a regular file

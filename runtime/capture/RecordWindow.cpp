@@ -21,7 +21,6 @@ static_assert(sizeof(FileHeader) == RecordBlock::kFileHeader);
 
 constexpr std::uint32_t kMicroseconds = 0xa1b2c3d4;
 constexpr std::uint32_t kNanoseconds = 0xa1b23c4d;
-constexpr std::int64_t kSecondNs = 1'000'000'000;
 
 // Another processor read the file: headers come from its cache, and are asked for a burst before they are
 // looked at. A record's own, tagged Ethernet's, IPv6's and the ports are 78 bytes.

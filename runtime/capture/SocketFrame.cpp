@@ -8,7 +8,7 @@
 namespace Capture {
 namespace {
 
-constexpr std::uint32_t kAddresses = 12;  // a tag stands behind them
+constexpr std::uint32_t kBeforeTag = 12;  // a tag stands behind them
 
 }  // namespace
 
@@ -41,11 +41,11 @@ FrameOffload offloadOf(const OffloadHeader& header) {
 void putBack(const TakenTag& tag, SocketFrame& frame) {
   if ((tag.status & TP_STATUS_VLAN_VALID) == 0) return;
   const std::uint16_t kind = (tag.status & TP_STATUS_VLAN_TPID_VALID) != 0 ? tag.kind : ETH_P_8021Q;
-  std::memmove(frame.bytes - kTagBytes, frame.bytes, kAddresses);
+  std::memmove(frame.bytes - kTagBytes, frame.bytes, kBeforeTag);
   frame.bytes -= kTagBytes;
   frame.length += kTagBytes;
   frame.offload.checksumStart += kTagBytes;
-  std::uint8_t* at = frame.bytes + kAddresses;
+  std::uint8_t* at = frame.bytes + kBeforeTag;
   at[0] = static_cast<std::uint8_t>(kind >> 8);
   at[1] = static_cast<std::uint8_t>(kind);
   at[2] = static_cast<std::uint8_t>(tag.contents >> 8);

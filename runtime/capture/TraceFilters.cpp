@@ -15,7 +15,7 @@ struct CloseHandle {
   void operator()(pcap_t* handle) const { ::pcap_close(handle); }
 };
 
-constexpr int kSnapLength = 256 * 1024;
+constexpr int kFilteredBytes = 256 * 1024;
 
 }  // namespace
 
@@ -29,7 +29,7 @@ struct TraceFilter::Program {
 
 TraceFilter::TraceFilter(std::string name, std::string expression)
     : name_(std::move(name)), expression_(std::move(expression)), program_(std::make_unique<Program>()) {
-  const std::unique_ptr<pcap_t, CloseHandle> handle(::pcap_open_dead(DLT_EN10MB, kSnapLength));
+  const std::unique_ptr<pcap_t, CloseHandle> handle(::pcap_open_dead(DLT_EN10MB, kFilteredBytes));
   constexpr int kOptimise = 1;
   if (handle == nullptr || ::pcap_compile(handle.get(), &program_->code, expression_.c_str(), kOptimise,
                                           PCAP_NETMASK_UNKNOWN) != 0) {

@@ -26,7 +26,7 @@ void StateMountGroup::doClose(bool, const Kiv::String&, double) {
 }
 
 namespace {
-const Kiv::Module kModule("Mirro::StateMountGroup", {&StateMountGroup::kivType()});
+const Kiv::Module kGroupModule("Mirro::StateMountGroup", {&StateMountGroup::kivType()});
 }
 
 }  // namespace Mirro

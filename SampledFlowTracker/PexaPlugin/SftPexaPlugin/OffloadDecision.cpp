@@ -95,7 +95,8 @@ bool maybeOffloadCommon(const Kiv::Ptr<const HoFlowStatus>& hoFlowStatus,
     traceDecline("maybeOffloadCommon", __LINE__, "maybeOffloadCommon Not IPv4 or IPv6");
     return false;
   }
-  const auto offload = [&]<class Domain>(Domain) {
+  const auto offload = [&](auto family) {
+    using Domain = decltype(family);
     countOffloading<Domain>(pktCtx);
     return maybeOffloadIp<Domain>(hoFlowStatus, localHoCounters, *ipHeader, pktCtx, direction, intfId);
   };

@@ -59,7 +59,8 @@ class OffloadLookAhead {
     const Pexa::PacketHeader* l4 = l4Header(pktCtx, *ipHeader);
     const std::uint16_t vlan = pktCtx.vlanId().raw();
     if (l4 == nullptr || vlan > Bridging::VlanIdOrAnyOrNone::kMost) return 0;
-    const auto prepare = [&]<class Domain>(Domain) __attribute__((always_inline)) {
+    const auto prepare = [&](auto family) __attribute__((always_inline)) {
+      using Domain = decltype(family);
       auto* candidate = new (burst_[count_].bytes) Candidate<Domain>(pktCtx, *ipHeader, *l4, vlan, place);
       candidate->ask(hoFlowStatus.map<Domain>(), localHoCounters.counters<Domain>());
     };

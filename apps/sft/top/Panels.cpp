@@ -79,9 +79,6 @@ PanelTable flowTable(const TopModel& model, std::size_t from, std::size_t most, 
 std::string counted(std::uint64_t count) {
   return shortNumber(static_cast<double>(count));
 }
-PerSecond bits(const PerSecond& bytes) {
-  return bytes ? PerSecond(8 * *bytes) : std::nullopt;
-}
 std::string noRows(const TopModel& model, std::string_view none) {
   return std::string(model.away().empty() ? model.asked() ? none : "asking the agent" : "no agent answers");
 }

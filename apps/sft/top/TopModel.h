@@ -21,6 +21,9 @@ inline constexpr std::array<std::string_view, 4> kPanelNames{"flows", "sampling"
 
 // Counts with what they grew by a second; none when that cannot be told yet.
 using PerSecond = std::optional<double>;
+inline PerSecond bits(const PerSecond& bytes) {
+  return bytes ? PerSecond(8 * *bytes) : std::nullopt;
+}
 struct RatedSampling : SamplingCounts {
   PerSecond samplesRate, dropsRate;
 };

@@ -114,9 +114,6 @@ PerSecond sum(const Rows& rows, Member member) {
   }
   return all;
 }
-PerSecond bits(const PerSecond& bytes) {
-  return bytes ? PerSecond(8 * *bytes) : std::nullopt;
-}
 
 void drawTrouble(Grid& grid, std::size_t row, const TopModel& model) {
   std::string text = model.away();

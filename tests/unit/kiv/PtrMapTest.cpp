@@ -9,7 +9,7 @@
 namespace {
 
 // Few distinct hashes, 0 among them, so that runs are long and hashes equal.
-struct CrowdedHash {
+struct CrowdedKeyHash {
   std::uint64_t operator()(int number) const {
     return static_cast<std::uint64_t>(number % 5) * 0x3000'0000'0000'0000ULL;
   }
@@ -28,7 +28,7 @@ class Numbered : public Kiv::PtrInterface {
   int number_;
 };
 
-using Numbers = Kiv::PtrMap<int, Numbered, &Numbered::number, CrowdedHash>;
+using Numbers = Kiv::PtrMap<int, Numbered, &Numbered::number, CrowdedKeyHash>;
 
 Numbered& made(Numbers& map, int number) {
   return map.findOrMake(number, Numbers::hashOf(number), [number] { return Kiv::makePtr<Numbered>(number); });

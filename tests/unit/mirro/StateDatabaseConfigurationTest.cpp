@@ -12,7 +12,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-constexpr const char* kConfig = "HwFlowTracking::Config";
+constexpr const char* kConfigType = "HwFlowTracking::Config";
 
 class StateDatabaseConfigurationTest : public ::testing::Test {
  protected:
@@ -37,7 +37,7 @@ class StateDatabaseConfigurationTest : public ::testing::Test {
 TEST_F(StateDatabaseConfigurationTest, AppliesTheValuesWhenTheEntityComesToBe) {
   database->configurationIs(
       "p", {{"hwOffloadIpv4", true, "agent.toml", 3}, {"sampleRate", 1000, "agent.toml", 4}});
-  mounter->mount(*database, "p", kConfig, "rc");
+  mounter->mount(*database, "p", kConfigType, "rc");
   EXPECT_FALSE(database->getEntity("p"));
   database->completeMounts();
   ASSERT_TRUE(config("p"));
@@ -49,8 +49,8 @@ TEST_F(StateDatabaseConfigurationTest, AppliesTheValuesWhenTheEntityComesToBe) {
 TEST_F(StateDatabaseConfigurationTest, AConfiguredPathComesToBeForAPlainReaderAndAPlainWriter) {
   database->configurationIs("read", {{"sampleRate", 7, "agent.toml", 1}});
   database->configurationIs("written", {});
-  mounter->mount(*database, "read", kConfig, "r");
-  mounter->mount(*database, "written", kConfig, "w");
+  mounter->mount(*database, "read", kConfigType, "r");
+  mounter->mount(*database, "written", kConfigType, "w");
   database->completeMounts();
   EXPECT_THAT(mounter->failures, IsEmpty());
   ASSERT_TRUE(config("read"));
@@ -60,7 +60,7 @@ TEST_F(StateDatabaseConfigurationTest, AConfiguredPathComesToBeForAPlainReaderAn
 
 TEST_F(StateDatabaseConfigurationTest, AppliesToTheEntitiesThatTheAgentOwns) {
   database->configurationIs("p", {{"sampleRate", 7, "agent.toml", 1}});
-  database->entityIs("p", kConfig);
+  database->entityIs("p", kConfigType);
   EXPECT_EQ(config("p")->sampleRate(), 7U);
   EXPECT_NO_THROW(database->checkConfiguration());
 }
@@ -68,7 +68,7 @@ TEST_F(StateDatabaseConfigurationTest, AppliesToTheEntitiesThatTheAgentOwns) {
 TEST_F(StateDatabaseConfigurationTest, NamesFileLinePathAndAttributeOfAWrongValue) {
   database->configurationIs("some/path",
                             {{"hwOffloadIpv4", true, "agent.toml", 3}, {"sampleRate", "x", "agent.toml", 4}});
-  mounter->mount(*database, "some/path", kConfig, "rc");
+  mounter->mount(*database, "some/path", kConfigType, "rc");
   const std::string text = configurationErrorOf([&] { database->completeMounts(); });
   EXPECT_THAT(text, StartsWith("agent.toml:4: state \"some/path\": HwFlowTracking::Config.sampleRate: "));
   EXPECT_THAT(text, HasSubstr("\"x\""));
@@ -77,7 +77,7 @@ TEST_F(StateDatabaseConfigurationTest, NamesFileLinePathAndAttributeOfAWrongValu
 
 TEST_F(StateDatabaseConfigurationTest, NamesTheAttributesThatThereAreWhenOneIsUnknown) {
   database->configurationIs("p", {{"sampelRate", 1, "agent.toml", 9}});
-  mounter->mount(*database, "p", kConfig, "r");
+  mounter->mount(*database, "p", kConfigType, "r");
   const std::string text = configurationErrorOf([&] { database->completeMounts(); });
   EXPECT_THAT(text, StartsWith("agent.toml:9: state \"p\": "));
   EXPECT_THAT(text, HasSubstr("sampelRate"));
@@ -87,8 +87,8 @@ TEST_F(StateDatabaseConfigurationTest, NamesTheAttributesThatThereAreWhenOneIsUn
 TEST_F(StateDatabaseConfigurationTest, OneWrongValueKeepsTheEntityAwayAndEveryMounterUntold) {
   database->configurationIs("p", {{"sampleRate", 5, "agent.toml", 1}, {"hwOffloadIpv4", 1, "agent.toml", 2}});
   const auto other = Kiv::makePtr<RecordingMounter>("other");
-  other->mount(*database, "q", kConfig, "rc");
-  mounter->mount(*database, "p", kConfig, "rc");
+  other->mount(*database, "q", kConfigType, "rc");
+  mounter->mount(*database, "p", kConfigType, "rc");
   configurationErrorOf([&] { database->completeMounts(); });
   EXPECT_FALSE(database->getEntity("p"));
   EXPECT_THAT(mounter->events, IsEmpty());
@@ -103,8 +103,8 @@ TEST_F(StateDatabaseConfigurationTest, AnEntityThatDoesNotTakeItsValuesIsNotPutI
 
 TEST_F(StateDatabaseConfigurationTest, ListsTheKnownPathsWhenAConfiguredOneIsMountedByNobody) {
   database->configurationIs("hardware/flowtraking", {{"sampleRate", 5, "agent.toml", 12}}, "agent.toml", 11);
-  mounter->mount(*database, "hardware/flowtracking", kConfig, "rc");
-  mounter->mount(*database, "other", kConfig, "rc");
+  mounter->mount(*database, "hardware/flowtracking", kConfigType, "rc");
+  mounter->mount(*database, "other", kConfigType, "rc");
   database->completeMounts();
   const std::string text = configurationErrorOf([&] { database->checkConfiguration(); });
   EXPECT_EQ(text,
@@ -114,7 +114,7 @@ TEST_F(StateDatabaseConfigurationTest, ListsTheKnownPathsWhenAConfiguredOneIsMou
 
 TEST_F(StateDatabaseConfigurationTest, IsContentWhenEveryConfiguredPathIsMounted) {
   database->configurationIs("p", {});
-  mounter->mount(*database, "p", kConfig, "r");
+  mounter->mount(*database, "p", kConfigType, "r");
   database->completeMounts();
   EXPECT_NO_THROW(database->checkConfiguration());
 }
@@ -135,7 +135,7 @@ TEST_F(StateDatabaseConfigurationDeathTest, StopsOnASecondConfigurationOfOnePath
 }
 
 TEST_F(StateDatabaseConfigurationDeathTest, StopsOnConfigurationThatComesTooLate) {
-  database->entityIs("p", kConfig);
+  database->entityIs("p", kConfigType);
   EXPECT_DEBUG_DEATH(database->configurationIs("p", {}), "after its entity came to be");
 }
 
