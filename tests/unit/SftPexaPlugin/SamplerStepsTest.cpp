@@ -164,6 +164,87 @@ TYPED_TEST(SamplerSteps, KeepWhatTheyWereBuiltWith) {
   EXPECT_EQ(this->outputStep->sftHwTrackingConfig(), this->config);
 }
 
+TYPED_TEST(SamplerSteps, AFamilyIsOffloadedWhileTheOtherIsDisabled) {
+  this->offloadIs(true, false);
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  this->statusIs(kEgress, "Ethernet2", HoFlowState::inHardware);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  this->receive(packet);
+  this->send(packet, 1);
+  EXPECT_EQ(this->counter()->packets(), 2U);
+  EXPECT_THAT(this->receiver.samples, IsEmpty());
+}
+
+TYPED_TEST(SamplerSteps, WhatIsDeclinedOnTheWayOutIsTracedAtLevel0) {
+  this->text.levelIs(0);
+  PacketFixture packet(this->tcpPacket(), &this->ports[2]);
+  this->send(packet, 2);
+  EXPECT_THAT(this->text.levels, ElementsAre(0U, 0U));
+}
+
+// --- What is looked at ahead.
+
+// Of a packet that was looked at ahead by both steps, whether each made it ready.
+template <class Test>
+std::vector<bool> madeReady(Test& test, PacketFixture& packet) {
+  const auto received = packet.context();
+  const auto sent = packet.output(test.ports[1]);
+  test.inputStep->lookAhead({&received, 1});
+  test.outputStep->lookAhead({&sent, 1});
+  return {received.lookAhead(kIngress) != 0, received.lookAhead(kEgress) != 0};
+}
+
+TYPED_TEST(SamplerSteps, APacketIsMadeReadyWhileItsFamilyIsOffloaded) {
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  for (const bool other : {true, false}) {
+    this->offloadIs(true, other);
+    EXPECT_THAT(madeReady(*this, packet), ElementsAre(true, true)) << other;
+    packet.state.lookAhead = {};
+    this->offloadIs(false, other);
+    EXPECT_THAT(madeReady(*this, packet), ElementsAre(false, false)) << other;
+  }
+}
+
+TYPED_TEST(SamplerSteps, WithoutAStatusTableNoPacketIsMadeReady) {
+  this->inputStep = Kiv::makePtr<SftInputSampler>(this->helper, nullptr, this->counters, this->config);
+  this->outputStep = Kiv::makePtr<SftOutputSampler>(this->helper, nullptr, this->counters, this->config);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  EXPECT_THAT(madeReady(*this, packet), ElementsAre(false, false));
+}
+
+TYPED_TEST(SamplerSteps, EachBurstBeginsAnew) {
+  std::deque<PacketFixture> packets;
+  std::vector<Pexa::PacketContext> burst;
+  for (unsigned i = 0; i < 32; ++i) {
+    packets.emplace_back(this->tcpPacket(), &this->ports[0]);
+    burst.push_back(packets.back().context());
+  }
+  for (unsigned round = 0; round < 3; ++round) {
+    this->inputStep->lookAhead(burst);
+    for (unsigned i = 0; i < 32; ++i) EXPECT_EQ(burst[i].lookAhead(kIngress), i + 1) << round;
+  }
+}
+
+TYPED_TEST(SamplerSteps, APacketThatWasMadeReadyIsDecidedByWhatItWasThen) {
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  madeReady(*this, packet);
+  packet.state.vlan = Bridging::VlanIdOrAnyOrNone(TestFixture::kVlan + 1);
+  this->receive(packet);
+  ASSERT_NE(this->counter(), nullptr);
+  this->receive(packet);
+  EXPECT_EQ(this->counter()->packets(), 1U) << "once only";
+}
+
+TYPED_TEST(SamplerSteps, APacketThatWasMadeReadyIsTracedAsAnyOther) {
+  this->text.levelIs(0);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  packet.state.packetNumber = 7;
+  madeReady(*this, packet);
+  this->receive(packet);
+  EXPECT_THAT(this->text.texts, ElementsAre("Pkt7: No flow status"));
+}
+
 // --- Looking ahead must not change what happens.
 
 // What a burst of packets of all outcomes left behind.
