@@ -140,7 +140,7 @@ TEST(AuditLog, WritesToTheTextAndToTheRingWhereThatIsWanted) {
   ring.close();
   auditLog("two");
   EXPECT_THAT(text.texts, ElementsAre("one", "two"));
-  EXPECT_THAT(ring.texts(), ElementsAre("one"));
+  EXPECT_THAT(ring.texts(), ElementsAre("Sft one"));
 }
 
 TEST(AuditConfigTest, TakesThreeWordsAndNothingElse) {

@@ -59,7 +59,7 @@ TYPED_TEST(StatusViewTest, GoesPartByPartUntilNothingIsLeft) {
   }
   EXPECT_EQ(this->view.size(), 0U);
   EXPECT_EQ(this->view.references(flowOf<TypeParam>(7)), 0U) << "the flows went too";
-  EXPECT_GT(parts, 100U) << "no part is large";
+  EXPECT_GT(parts, 400U) << "no part is large, of the statuses and of the flows";
   EXPECT_LE(parts, 512U) << "none is empty";
   EXPECT_FALSE(this->view.dropPart());
 }

@@ -18,6 +18,14 @@ class SamplerSteps : public PacketPath<Domain> {
   Pexa::StepResult send(PacketFixture& packet, std::size_t port) {
     return this->outputStep->process(packet.output(this->ports[port]));
   }
+  // Both steps look at a packet ahead; whether each made it ready.
+  std::vector<bool> madeReady(PacketFixture& packet) {
+    const auto received = packet.context();
+    const auto sent = packet.output(this->ports[1]);
+    this->inputStep->lookAhead({&received, 1});
+    this->outputStep->lookAhead({&sent, 1});
+    return {received.lookAhead(kIngress) != 0, received.lookAhead(kEgress) != 0};
+  }
 };
 TYPED_TEST_SUITE(SamplerSteps, Families);
 
@@ -184,24 +192,14 @@ TYPED_TEST(SamplerSteps, WhatIsDeclinedOnTheWayOutIsTracedAtLevel0) {
 
 // --- What is looked at ahead.
 
-// Of a packet that was looked at ahead by both steps, whether each made it ready.
-template <class Test>
-std::vector<bool> madeReady(Test& test, PacketFixture& packet) {
-  const auto received = packet.context();
-  const auto sent = packet.output(test.ports[1]);
-  test.inputStep->lookAhead({&received, 1});
-  test.outputStep->lookAhead({&sent, 1});
-  return {received.lookAhead(kIngress) != 0, received.lookAhead(kEgress) != 0};
-}
-
 TYPED_TEST(SamplerSteps, APacketIsMadeReadyWhileItsFamilyIsOffloaded) {
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);
   for (const bool other : {true, false}) {
     this->offloadIs(true, other);
-    EXPECT_THAT(madeReady(*this, packet), ElementsAre(true, true)) << other;
+    EXPECT_THAT(this->madeReady(packet), ElementsAre(true, true)) << other;
     packet.state.lookAhead = {};
     this->offloadIs(false, other);
-    EXPECT_THAT(madeReady(*this, packet), ElementsAre(false, false)) << other;
+    EXPECT_THAT(this->madeReady(packet), ElementsAre(false, false)) << other;
   }
 }
 
@@ -209,7 +207,7 @@ TYPED_TEST(SamplerSteps, WithoutAStatusTableNoPacketIsMadeReady) {
   this->inputStep = Kiv::makePtr<SftInputSampler>(this->helper, nullptr, this->counters, this->config);
   this->outputStep = Kiv::makePtr<SftOutputSampler>(this->helper, nullptr, this->counters, this->config);
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);
-  EXPECT_THAT(madeReady(*this, packet), ElementsAre(false, false));
+  EXPECT_THAT(this->madeReady(packet), ElementsAre(false, false));
 }
 
 TYPED_TEST(SamplerSteps, EachBurstBeginsAnew) {
@@ -228,7 +226,7 @@ TYPED_TEST(SamplerSteps, EachBurstBeginsAnew) {
 TYPED_TEST(SamplerSteps, APacketThatWasMadeReadyIsDecidedByWhatItWasThen) {
   this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);
-  madeReady(*this, packet);
+  this->madeReady(packet);
   packet.state.vlan = Bridging::VlanIdOrAnyOrNone(TestFixture::kVlan + 1);
   this->receive(packet);
   ASSERT_NE(this->counter(), nullptr);
@@ -240,7 +238,7 @@ TYPED_TEST(SamplerSteps, APacketThatWasMadeReadyIsTracedAsAnyOther) {
   this->text.levelIs(0);
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);
   packet.state.packetNumber = 7;
-  madeReady(*this, packet);
+  this->madeReady(packet);
   this->receive(packet);
   EXPECT_THAT(this->text.texts, ElementsAre("Pkt7: No flow status"));
 }
