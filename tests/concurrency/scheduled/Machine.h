@@ -63,6 +63,8 @@ class Machine {
   // The number of the last store, and that this thread has been told of all up to one.
   std::uint64_t now() const { return stores_; }
   void knows(std::uint64_t store);
+  // How many loads there were so far.
+  std::uint64_t loads() const { return loads_; }
   // What was stored last, for conditions; no load of the thread's.
   template <class Word>
   static std::uint64_t newest(const Word& word) {

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "HoFlowConfig.h"
 #include "HoFlowCounter.h"
 #include "HoFlowStatus.h"
@@ -70,6 +72,22 @@ TEST(RecordTypes, RegisteringAgainChangesNothing) {
   const Kiv::Type* type = Kiv::typeByName("FlowTracking::HoStatus");
   ASSERT_NE(type, nullptr);
   EXPECT_TRUE(Kiv::ptrCast<HoStatus>(type->construct({Kiv::Value("hoStatus")})));
+}
+
+[[noreturn]] void registerAllAfterOne() {
+  const Kiv::Module module("own", {&HoFlowStatus::kivType()});
+  FlowTracking::recordTypesRegister();
+  bool known = true;
+  for (const std::string name :
+       {"HoFlowConfig", "HoFlowStatus", "HoFlowCounter", "HosStateCounter", "HoStatus"})
+    known = known && Kiv::typeByName("FlowTracking::" + name) != nullptr;
+  std::_Exit(known ? 0 : 1);
+}
+
+// In a process of its own, where nobody has registered them yet.
+TEST(RecordTypesDeathTest, ATypeThatAModuleOfItsOwnRegisteredIsLeftToIt) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(registerAllAfterOne(), testing::ExitedWithCode(0), "");
 }
 
 template <class Domain>
