@@ -107,6 +107,7 @@ TYPED_TEST(AuditFindings, EachOfSeveralOfAKind) {
 TYPED_TEST(AuditFindings, ARunWithoutSuspectsDoesNotPauseAndTellsItsTaskWhatItExamined) {
   this->startReady(2);
   for (const std::uint32_t number : {1U, 2U, 3U}) this->want(number);
+  this->world.tracker->localHoCounters()->counterIs(flowOf<TypeParam>(1));
   const auto& tasks = this->world.scheduler->tasks();
   const auto own = std::find_if(tasks.begin(), tasks.end(),
                                 [](const Olt::Task* task) { return task->name() == SftPexaAudit::kName; });
@@ -114,7 +115,7 @@ TYPED_TEST(AuditFindings, ARunWithoutSuspectsDoesNotPauseAndTellsItsTaskWhatItEx
   this->world.audit->start(false);
   while (this->world.runOne(1)) continue;
   EXPECT_FALSE(this->world.audit->running());
-  EXPECT_EQ((*own)->workCount(), 3U + 1U + 2U) << "statuses, overflow entries and counters";
+  EXPECT_EQ((*own)->workCount(), 3U + 1U + 2U + 1U) << "statuses, overflow entries, counters, local ones";
 }
 
 TYPED_TEST(AuditFindings, AStatusInHardwareWithoutACounterIsNotRepaired) {
