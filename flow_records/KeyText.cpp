@@ -16,10 +16,8 @@ std::uint64_t KeyText::number(std::string_view member, std::uint64_t most) {
 }
 
 std::string_view KeyText::parts(std::size_t count) {
-  std::size_t at = 0;
-  for (; count > 0 && at != std::string_view::npos; --count) {
-    at = rest_.find('/', at == 0 ? 0 : at + 1);
-  }
+  std::size_t at = rest_.find('/');
+  for (; count > 1 && at != std::string_view::npos; --count) at = rest_.find('/', at + 1);
   const std::string_view taken = rest_.substr(0, at);
   ended_ = at == std::string_view::npos;
   rest_.remove_prefix(ended_ ? rest_.size() : at + 1);

@@ -33,7 +33,8 @@ class KeyText {
     held = converted<T>(member, rest_);
     ended_ = true;
   }
-  // Takes as many parts as the key of a flow has, with their separators, for a key that begins with it.
+  // Takes as many parts (one at least) as the key of a flow has, with their separators, for a key that begins
+  // with it.
   std::string_view parts(std::size_t count);
   // Throws unless everything was taken.
   void end() const;

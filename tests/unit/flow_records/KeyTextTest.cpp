@@ -49,6 +49,14 @@ TEST(KeyTextTest, SeveralPartsAreTakenWithTheSeparatorsBetweenThem) {
   EXPECT_EQ(refusal([&] { text.end(); }), "");
 }
 
+TEST(KeyTextTest, EmptyPartsAreParts) {
+  EXPECT_EQ(KeyText("1//2/3").parts(2), "1/");
+  EXPECT_EQ(KeyText("1//2/3").parts(3), "1//2");
+  EXPECT_EQ(KeyText("/1/2").parts(1), "");
+  EXPECT_EQ(KeyText("/1/2").parts(2), "/1");
+  EXPECT_EQ(KeyText("//1/2").parts(2), "/");
+}
+
 TEST(KeyTextTest, FewerPartsThanWantedAreAllOfTheText) {
   for (const std::size_t wanted : {std::size_t{2}, std::size_t{3}}) {
     KeyText text("1/22");

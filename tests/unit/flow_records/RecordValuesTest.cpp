@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 
 #include "Arbitrary.h"
@@ -239,10 +240,54 @@ TYPED_TEST(RecordValuesTest, StatusesAreEqualWhenAllMembersAre) {
   EXPECT_FALSE(other == status);
 }
 
+namespace {
+// Whether each change alone makes a record another one.
+template <class Record>
+void expectEachCounts(const std::vector<std::function<void(Record&)>>& changes) {
+  EXPECT_TRUE(Record() == Record());
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    Record other;
+    changes[i](other);
+    EXPECT_FALSE(other == Record()) << i;
+    EXPECT_TRUE(other == other) << i;
+  }
+}
+}  // namespace
+
+TYPED_TEST(RecordValuesTest, EachMemberTakesPartInEquality) {
+  using ConfigRecord = typename TestFixture::Config;
+  expectEachCounts<ConfigRecord>(
+      {[](ConfigRecord& it) { it.key.ipFlowKey.vlan = 1; }, [](ConfigRecord& it) { it.requestTime = 1; }});
+  using Status = typename TestFixture::StatusType;
+  expectEachCounts<Status>({[](Status& it) { it.key.ipFlowKey.vlan = 1; },
+                            [](Status& it) { it.state = HoFlowState::overflow; },
+                            [](Status& it) { it.reserved[6] = 1; }, [](Status& it) { it.creationTime = 1; },
+                            [](Status& it) { it.lastUpdateTime = 1; }});
+  using CounterRecord = typename TestFixture::Counter;
+  expectEachCounts<CounterRecord>(
+      {[](CounterRecord& it) { it.key.vlan = 1; },
+       [](CounterRecord& it) { it.intfId = Pavo::IntfId("Ethernet1"); },
+       [](CounterRecord& it) { it.reserved = 1; }, [](CounterRecord& it) { it.packets = 1; },
+       [](CounterRecord& it) { it.bytes = 1; }, [](CounterRecord& it) { it.creationTime = 1; },
+       [](CounterRecord& it) { it.lastUpdateTime = 1; }, [](CounterRecord& it) { it.hosEntries = 1; },
+       [](CounterRecord& it) { it.reserved2 = 1; }});
+}
+
+TEST(HosStateCounterEntryTest, EachMemberTakesPartInEquality) {
+  expectEachCounts<HosStateCounterEntry>(
+      {[](HosStateCounterEntry& it) { it.key.state = HoFlowState::overflow; },
+       [](HosStateCounterEntry& it) { it.reserved[2] = 1; }, [](HosStateCounterEntry& it) { it.count = 1; }});
+}
+
 TYPED_TEST(RecordValuesTest, RecordsPrintTheirMembersInOrder) {
   const auto status = ValueTraits<typename TestFixture::StatusType>::fromValue(TestFixture::status());
   const std::string name = TestFixture::kV4 ? "HoIpFlowStatus" : "HoIp6FlowStatus";
   EXPECT_EQ(fmt::format("{}", status), name + "( " + status.key.str() + ", 2, 5.500000, 6.000000 )");
+  typename TestFixture::Config config;
+  config.key = status.key;
+  config.requestTime = 7.25;
+  EXPECT_EQ(fmt::format("{}", config), std::string(TestFixture::kV4 ? "HoIpFlowConfig" : "HoIp6FlowConfig") +
+                                           "( " + status.key.str() + ", 7.250000 )");
   typename TestFixture::Counter counter;
   counter.key = status.key.ipFlowKey;
   counter.intfId = Pavo::IntfId("Ethernet2");

@@ -78,6 +78,8 @@ TEST(HoCounterText, ShowsTheMembersInOrder) {
 TEST(HoCounterType, HasTheFrameworksName) {
   EXPECT_EQ(PexaSftHoCounter::kivType().name(), "Pexa::Counter::PexaSftHoCounter");
   EXPECT_EQ(PexaSftHoIp6Counter::kivType().name(), "Pexa::Counter::PexaSftHoIp6Counter");
+  EXPECT_EQ(&PexaSftHoCounter(flow<Pavo::Traits::IPv4>(1)).fwkType(), &PexaSftHoCounter::kivType());
+  EXPECT_EQ(&PexaSftHoIp6Counter(flow<Pavo::Traits::IPv6>(1)).fwkType(), &PexaSftHoIp6Counter::kivType());
 }
 
 }  // namespace

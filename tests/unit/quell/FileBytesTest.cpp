@@ -169,7 +169,9 @@ TEST_F(FileBytes, ARecordWhoseLastWordIsNotFullIsFilledUpWithZeroes) {
   const auto file = Quell::TableFile::anonymous({"", "odd", "odd"}, {&type, "Odd", 4});
   const std::array<std::uint8_t, 16> bytes{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 0xff, 0xff, 0xff, 0xff};
   file->slot(0)[2].store(~std::uint64_t{0});
-  Quell::fillSlot(*file, 0, bytes.data(), Quell::keyHash(bytes.data(), 3));
+  const std::uint64_t hash = Quell::keyHash(bytes.data(), 3);
+  soilStack();
+  Quell::fillSlot(*file, 0, bytes.data(), hash);
   EXPECT_EQ(file->slot(0)[1].load(), 0x0807060504030201U);
   EXPECT_EQ(file->slot(0)[2].load(), 0x0c0b0a09U);
   const std::uint64_t sum =

@@ -27,6 +27,7 @@ class Journals : public testing::Test {
   void append(std::uint32_t id) {
     ASSERT_TRUE(writer_->reserved());
     const ThingKey key = keyOf(id);
+    soilStack();
     writer_->append(&key);
   }
   std::uint64_t head() const { return file_->header().journalHead.load(); }

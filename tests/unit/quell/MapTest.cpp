@@ -126,6 +126,19 @@ TEST_F(Maps, TheSameDamageIsLoggedOnceUntilAnotherComes) {
   EXPECT_EQ(red().corruptions(), 5U);
 }
 
+TEST_F(Maps, WhatAWriterPutsRightIsLoggedInOneLineAndNothingElseIs) {
+  const TestSupport::TempDir dir;
+  const Files files(dir.path());
+  files.open()->red().insert(thing(1));
+  const Logged logged;
+  files.open()->red().insert(thing(2));
+  EXPECT_EQ(logged.text(), "");
+  const auto file = Quell::TableFile::open(files.place(), Quell::TableFile::Access::write);
+  file->header().entries.store(Quell::Layout::countWord(7));
+  files.open()->red().insert(thing(3));
+  EXPECT_EQ(logged.text(), "table test/things red: repaired: counts put right\n");
+}
+
 TEST_F(Maps, RecordTypesHaveNoSizeUntilTheyAreGivenOne) {
   EXPECT_EQ(Quell::RecordType().recordBytes, 0U);
   EXPECT_EQ(Quell::RecordType().keyBytes, 0U);
@@ -164,6 +177,19 @@ TEST_F(Maps, AHintOfAWalkNamesKeysThatItMeetsLaterEachOnce) {
   EXPECT_EQ(met.size(), kMany);
   EXPECT_GT(told.size(), kMany * 9 / 10);
   EXPECT_GT(later, told.size() - 10) << "all but at the walk's end, where it begins anew";
+}
+
+TEST(NewReaders, FindWhatIsThereAtTheirFirstLookWhateverTheIndexHas) {
+  for (std::size_t capacity = 1; capacity <= 40; ++capacity) {
+    const auto writer = Kiv::makePtr<Things>("things");
+    Quell::attachAnonymous(writer->red(), capacity);
+    for (std::uint32_t id = 0; id < capacity; ++id) writer->red().insert(thing(id));
+    for (std::uint32_t id = 0; id < capacity + 4; ++id) {
+      const auto reader = Kiv::makePtr<Things>("things");
+      reader->red().tableIs(std::make_shared<Quell::Table>(writer->red().table()->file()));
+      EXPECT_EQ(reader->red().has(keyOf(id)), id < capacity) << id << " of " << capacity;
+    }
+  }
 }
 
 // --- Sizes that are no whole words

@@ -145,6 +145,12 @@ TEST_F(Repairs, WhatIsFoundIsToldInOneLine) {
     one.*member = 1;
     EXPECT_TRUE(one.anything());
   }
+  Quell::TableRepair several;
+  several.doubles = several.damaged = several.tags = several.links = several.unfinished = 1;
+  EXPECT_TRUE(several.anything());
+  several.doubles = 0;
+  several.links = several.unfinished = 0;
+  EXPECT_TRUE(several.anything());
   Quell::TableRepair counts;
   counts.counts = true;
   EXPECT_TRUE(counts.anything());

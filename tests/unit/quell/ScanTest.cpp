@@ -234,6 +234,7 @@ TEST_F(Scans, AWalkStepsOverEachDamagedRecordAndTellsOfEachBucketOnce) {
   EXPECT_EQ(walked(told), expected);
   EXPECT_EQ(told.size(), numbers.size());
   EXPECT_EQ(map().table()->damages(), numbers.size());
+  EXPECT_EQ(map().table()->file()->tornReads(), 0U) << "nothing changed";
 }
 
 TEST_F(Scans, DamageInTheLastBucketSaysThatNothingIsBehindIt) {

@@ -292,3 +292,11 @@ TEST_F(Spaces, WhatARepairFoundReplacesWhatWasKnown) {
   EXPECT_EQ(space_->takeOverflow(), 0U);
   EXPECT_EQ(space_->takeOverflow(), 2U);
 }
+
+TEST_F(Spaces, OverflowBucketsMayBeAsManyAsTheirRegionHas) {
+  startWith(1);
+  asks([&] {
+    EXPECT_TRUE(space_->overflowFree(Layout::kMostOverflowBuckets));
+    EXPECT_FALSE(space_->overflowFree(Layout::kMostOverflowBuckets + 1));
+  });
+}

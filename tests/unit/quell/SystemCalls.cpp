@@ -53,6 +53,11 @@ std::uint64_t addressOf(const void* at) {
 
 }  // namespace
 
+[[gnu::noinline]] void soilStack() {
+  volatile unsigned char bytes[8192];
+  for (volatile unsigned char& byte : bytes) byte = 0xff;
+}
+
 SystemCalls::SystemCalls(Answer answer) {
   callAnswer() = std::move(answer);
 }

@@ -7,6 +7,9 @@
 
 namespace QuellTest {
 
+// Leaves the stack below full of ones, for who has to clear what it takes of it.
+void soilStack();
+
 struct SystemCall {
   std::string_view name;
   int descriptor = -1;

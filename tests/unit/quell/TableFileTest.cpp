@@ -213,6 +213,16 @@ TEST_F(TableFiles, AMissingRunDirectoryIsNamed) {
       HasSubstr(dir_.path() + "/missing: cannot be opened: No such file or directory"));
 }
 
+TEST_F(TableFiles, WithoutARunDirectoryThereIsNoTableToOpen) {
+  const auto error = [](const std::string& run) {
+    return tableError([&] { Quell::TableFile::open({run, "a", "red"}, Quell::TableFile::Access::read); });
+  };
+  EXPECT_EQ(error(dir_.path() + "/missing"), dir_.path() + "/missing/tables/a/red: there is no such table");
+  std::ofstream(dir_.path() + "/file") << "no folder";
+  EXPECT_EQ(error(dir_.path() + "/file"),
+            "run directory " + dir_.path() + "/file: cannot be opened: Not a directory");
+}
+
 TEST_F(TableFiles, NoDraftIsLeftBehind) {
   files_.open();
   unsigned files = 0;

@@ -92,9 +92,12 @@ class Watchers : public testing::Test {
 }  // namespace
 
 TEST_F(Watchers, AWriterThatLeavesInOrderIsNotTakenForADeadOne) {
+  writing_->blue().insert(thing(2));
+  writer_->flush();
+  EXPECT_THAT(told(), ElementsAre(2));
   writing_->red().insert(thing(1));
   writing_->red().table()->writingDel();
-  EXPECT_THAT(told(), ElementsAre(1));
+  EXPECT_THAT(told(), ElementsAre(1)) << "nor the other collection's, which goes on";
   { const auto opened = writableFile(); }
   EXPECT_THAT(told(), IsEmpty());
 }
@@ -140,6 +143,7 @@ TEST_F(Watchers, MoreNoticesThanTheSystemKeepsMeanThatAnyTableMayHaveNews) {
   const auto quiet = mount(*watcher_, KivQuellType::published, "test/quiet");
   const auto writingQuiet = mount(*writer_, KivQuellType::written, "test/quiet");
   const auto quietNews = Kiv::makePtr<News>(quiet);
+  EXPECT_FALSE(watcher_->deliver(1000));  // what mounting it has rung
   // Two files in turns, or the system would take the notices for one.
   const auto red = Quell::TableFile::open(files_.place("red"), Quell::TableFile::Access::write);
   const auto blue = Quell::TableFile::open(files_.place("blue"), Quell::TableFile::Access::write);
@@ -237,6 +241,8 @@ TEST_F(Watchers, TablesAreListedByPathAndCollectionWithoutWhatIsNoTablesName) {
                                  "z blue", "z red"));
   EXPECT_THAT(Quell::listTables(dir_.path())[0].problem, HasSubstr("no shared table: 8 bytes"));
   EXPECT_EQ(Quell::listTables(dir_.path())[0].recordType, "");
+  EXPECT_EQ(Quell::listTables(dir_.path())[0].entries, 0U);
+  EXPECT_EQ(Quell::listTables(dir_.path())[0].writer, 0U);
 }
 
 TEST_F(Watchers, ADeadWriterIsNotListed) {
