@@ -1,4 +1,5 @@
 """Runs the test programs with one change at a time: only the cases that reach it, the fast ones first."""
+import collections
 import concurrent.futures
 import dataclasses
 import os
@@ -61,19 +62,31 @@ def recorded(program, log):
 
 
 def record(programs, folder):
-    """Which cases reach which change: number to cases. A case that fails without any is left out, and told."""
+    """Which cases reach which change: number to cases. A case that fails without any is left out, and told.
+
+    What makes a static object is reached by the first case alone, and all see what comes of it: where a change is reached by one
+    case of a program, the program's others follow as a second choice, a list of their own.
+    """
     reached, left_out = {}, []
+    every = {}
     for program in programs:
         lines = recorded(program, folder / f"{program.name}.reached")
         cases = {name: Case(str(program), name, int(milliseconds)) for name, milliseconds, outcome, *_ in lines if outcome == "passed" and name != "*"}
         left_out += [f"{program.name}: {line[0]}" for line in lines if line[2] == "failed"]
+        every[str(program)] = list(cases.values())
         for name, _, outcome, *numbers in lines:
             for number in map(int, numbers):
                 if name in cases:
                     reached.setdefault(number, {})[(str(program), name)] = cases[name]
                 elif name == "*":
                     reached.setdefault(number, {}).update({(str(program), each): case for each, case in cases.items()})
-    return {number: list(cases.values()) for number, cases in reached.items()}, left_out
+    return {number: choices(list(cases.values()), every) for number, cases in reached.items()}, left_out
+
+
+def choices(cases, every):
+    """A change's cases, and behind them those of the programs of which only one case reaches it."""
+    programs = collections.Counter(case.program for case in cases)
+    return cases, [case for program, own in programs.items() if own == 1 for case in every[program] if case not in cases]
 
 
 def stages(cases):
@@ -93,12 +106,13 @@ def stages(cases):
     return sorted(parts, key=lambda part: part[0])
 
 
-def killed(number, cases):
+def killed(number, choices):
     """The cases' program that killed a change, or None."""
     with tempfile.TemporaryDirectory(prefix="mutate-", ignore_cleanup_errors=True) as place:
-        for milliseconds, program, part in stages(cases):
-            if run(program, part, number, 10 + 8 * milliseconds / 1000, place):
-                return pathlib.Path(program).name
+        for cases in choices:
+            for milliseconds, program, part in stages(cases):
+                if run(program, part, number, 10 + 8 * milliseconds / 1000, place):
+                    return pathlib.Path(program).name
     return None
 
 

@@ -68,8 +68,15 @@ class Recording(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             program = self.program(folder, 'printf "* 0 passed 1\\nA.B 5 passed 2\\nA.C 7 failed 2\\n" >$SFT_MUTANT_RECORD; exit 1')
             reached, left_out = mutate_run.record([program], pathlib.Path(folder))
-            self.assertEqual({number: [case.name for case in cases] for number, cases in reached.items()}, {1: ["A.B"], 2: ["A.B"]})
+            self.assertEqual({number: [case.name for case in cases] for number, (cases, _) in reached.items()}, {1: ["A.B"], 2: ["A.B"]})
             self.assertEqual(left_out, ["a_test: A.C"])
+
+    def test_where_one_case_reaches_a_change_the_others_are_a_second_choice(self):
+        with tempfile.TemporaryDirectory() as folder:
+            program = self.program(folder, 'printf "A.B 5 passed 1 2\\nA.C 7 passed 2\\n" >$SFT_MUTANT_RECORD')
+            reached, _ = mutate_run.record([program], pathlib.Path(folder))
+            self.assertEqual({number: [[case.name for case in cases] for cases in both] for number, both in reached.items()},
+                             {1: [["A.B"], ["A.C"]], 2: [["A.B", "A.C"], []]})
 
     def test_program_that_dies_is_told_in_one_line(self):
         with tempfile.TemporaryDirectory() as folder:

@@ -1,5 +1,6 @@
 // What the audit does by itself once a started state machine is ready.
 #include "AuditFixture.h"
+#include "AuditTrace.h"
 
 namespace SampledFlowTracker {
 namespace {
@@ -45,6 +46,7 @@ TYPED_TEST(AutomaticAudit, RepairsWhatWithdrawnOffloadsLeft) {
 TYPED_TEST(AutomaticAudit, OnlyReports) {
   this->restart(AfterRestart::report);
   EXPECT_EQ(this->stateCount(HoFlowState::inHardware), 4U);
+  EXPECT_THAT(this->world.log.levels, ElementsAre(0U));
   EXPECT_THAT(this->world.log.texts,
               ElementsAre("audit after the restart (report): 1 statuses, 1 difference, 0 repaired (per-state "
                           "count: 1)"));
@@ -69,11 +71,20 @@ TYPED_TEST(AutomaticAudit, RunsOnceAndCanBeAskedForAgain) {
   EXPECT_THAT(this->world.log.texts.back(), HasSubstr("audit asked for (repair): 2 statuses, 1 difference"));
 }
 
+TYPED_TEST(AutomaticAudit, AnotherAttributeOfTheTrackerStartsNone) {
+  this->restart(AfterRestart::report);
+  this->world.tracker->sflowHwConfigIs(Kiv::makePtr<Sflow::HwConfig>("another"));
+  this->world.runDue();
+  EXPECT_EQ(this->world.audit->run(), 1U);
+}
+
 // Without configuration nothing is changed.
 TYPED_TEST(AutomaticAudit, ReportsUnlessConfigured) {
   this->world.mountAudit();
   ASSERT_TRUE(this->world.audit->config());
   EXPECT_EQ(this->world.audit->config()->afterRestart(), AfterRestart::report);
+  EXPECT_TRUE(this->world.audit->config()->hasNotificationActive());
+  EXPECT_TRUE(this->world.audit->hasNotificationActive());
 }
 
 // The plugins may be named in any order.
@@ -90,6 +101,16 @@ TYPED_TEST(AutomaticAudit, FollowsATrackerThatIsActivatedLater) {
   EXPECT_EQ(this->stateCount(HoFlowState::inHardware), 0U);
 }
 
+TYPED_TEST(AutomaticAudit, FollowsATrackerThatIsReadyAlready) {
+  this->world.configure(AfterRestart::report);
+  this->world.mountAudit();
+  this->world.tracker->activeInit(Pexa::PexaMode::active);
+  this->world.runDue();
+  ASSERT_TRUE(this->world.tracker->hocSm()->ready());
+  this->world.audit->activeInit(Pexa::PexaMode::active);
+  EXPECT_EQ(this->world.audit->run(), 1U);
+}
+
 TYPED_TEST(AutomaticAudit, IsLessUrgentThanTheStateMachine) {
   this->restart(AfterRestart::off);
   const auto& tasks = this->world.scheduler->tasks();
@@ -100,6 +121,26 @@ TYPED_TEST(AutomaticAudit, IsLessUrgentThanTheStateMachine) {
     if (task == *own) continue;
     EXPECT_LT(task->priority(), (*own)->priority()) << task->name();
   }
+}
+
+TYPED_TEST(AutomaticAudit, SaysWhyItDoesNot) {
+  this->world.configure(AfterRestart::repair);
+  this->world.mountAudit();
+  this->world.activate();
+  this->world.agent.tables->tables.erase(HoFlowCounter::mountPath(featureType(), kCounterName));
+  this->world.runDue();
+  EXPECT_EQ(this->world.audit->run(), 0U);
+  EXPECT_THAT(this->world.log.texts, ElementsAre(HasSubstr("no audit after the restart: flowtracking/")));
+}
+
+TEST(AuditLog, WritesToTheTextAndToTheRingWhereThatIsWanted) {
+  TestSupport::RecordingText text("Pexa::SftAudit", 0);
+  TestSupport::RecordingRing ring;
+  auditLog("one");
+  ring.close();
+  auditLog("two");
+  EXPECT_THAT(text.texts, ElementsAre("one", "two"));
+  EXPECT_THAT(ring.texts(), ElementsAre("Sft one"));
 }
 
 TEST(AuditConfigTest, TakesThreeWordsAndNothingElse) {

@@ -37,6 +37,7 @@ TYPED_TEST(AuditFindings, AreNoneInTablesThatTheStateMachineKeepsAlone) {
   this->unwant(1);
   EXPECT_EQ(this->stateCount(HoFlowState::inHardware), 2U);
   EXPECT_EQ(this->stateCount(HoFlowState::overflow), 1U);
+  this->world.tracker->localHoCounters()->counterIs(flowOf<TypeParam>(2));
   EXPECT_THAT(this->auditOf(false), IsEmpty());
 }
 
@@ -53,9 +54,11 @@ TYPED_TEST(AuditFindings, AStateCountThatIsMissingAndOneOfAStateThatNobodyIsIn) 
   this->startReady();
   this->want(1);
   this->world.stateCounter().template map<TypeParam>().erase(HoFlowState::inHardware);
+  this->stateCountIs(HoFlowState::none, 3);
   this->stateCountIs(static_cast<HoFlowState>(200), 4);
   EXPECT_THAT(this->auditOf(false),
-              ElementsAre(this->finding(FindingKind::stateCount, "2", 0U, 1U, false),
+              ElementsAre(this->finding(FindingKind::stateCount, "0", 3U, 0U, false),
+                          this->finding(FindingKind::stateCount, "2", 0U, 1U, false),
                           this->finding(FindingKind::stateCount, "200", 4U, 0U, false)));
 }
 
@@ -89,6 +92,30 @@ TYPED_TEST(AuditFindings, CountersOfFlowsWithoutAStatus) {
                                         "a local counter", "none", false)));
   EXPECT_TRUE(this->hasCounter(1));
   EXPECT_TRUE(this->hasLocalCounter(2));
+}
+
+TYPED_TEST(AuditFindings, EachOfSeveralOfAKind) {
+  this->startReady(0);
+  for (const std::uint32_t number : {1U, 2U, 3U}) {
+    this->counterIs(number, 1);
+    this->world.tracker->localHoCounters()->counterIs(flowOf<TypeParam>(number));
+    this->world.tracker->drovaHelper()->template overflow<TypeParam>().insert(keyOf<TypeParam>(number));
+  }
+  EXPECT_EQ(this->auditOf(false).size(), 4U * 3U) << "an entry is both without a status and not wanted";
+}
+
+TYPED_TEST(AuditFindings, ARunWithoutSuspectsDoesNotPauseAndTellsItsTaskWhatItExamined) {
+  this->startReady(2);
+  for (const std::uint32_t number : {1U, 2U, 3U}) this->want(number);
+  this->world.tracker->localHoCounters()->counterIs(flowOf<TypeParam>(1));
+  const auto& tasks = this->world.scheduler->tasks();
+  const auto own = std::find_if(tasks.begin(), tasks.end(),
+                                [](const Olt::Task* task) { return task->name() == SftPexaAudit::kName; });
+  ASSERT_NE(own, tasks.end());
+  this->world.audit->start(false);
+  while (this->world.runOne(1)) continue;
+  EXPECT_FALSE(this->world.audit->running());
+  EXPECT_EQ((*own)->workCount(), 3U + 1U + 2U + 1U) << "statuses, overflow entries, counters, local ones";
 }
 
 TYPED_TEST(AuditFindings, AStatusInHardwareWithoutACounterIsNotRepaired) {
@@ -144,7 +171,9 @@ TYPED_TEST(AuditFindings, ADamagedStatusIsToldOfAndCountsAsAbsent) {
   this->startReady();
   for (const std::uint32_t number : {1U, 2U, 3U}) this->want(number);
   this->damage(this->world.status().template map<TypeParam>(), keyOf<TypeParam>(2));
+  const auto reported = this->world.status().template map<TypeParam>().corruptions();
   const auto found = this->auditOf(true, 1);
+  EXPECT_GT(this->world.status().template map<TypeParam>().corruptions(), reported);
   ASSERT_EQ(found.size(), 3U);
   EXPECT_THAT(found[0], HasSubstr("damage"));
   EXPECT_EQ(found[1], this->finding(FindingKind::stateCount, "2", 3U, 2U, true));
@@ -180,6 +209,8 @@ TYPED_TEST(AuditFindings, AreHandedOutOnceAndCountedToTheEnd) {
   EXPECT_EQ(second.repaired, 0U);
   EXPECT_EQ(second.statuses, 1U);
   EXPECT_EQ(second.stopped, std::nullopt);
+  const Kiv::Value shown = Kiv::invoke(*this->world.audit, "findings", {{"run", run}, {"most", 3U}});
+  EXPECT_EQ(*shown.member("stopped"), Kiv::Value());
 }
 
 TYPED_TEST(AuditFindings, SayTheirKindInWords) {

@@ -1,5 +1,8 @@
 // What a repair puts right, and that it does so however short its slices are.
 #include "AuditFixture.h"
+#include "TempDir.h"
+#include "quell/TableFile.h"
+#include "quell/TablePlace.h"
 
 namespace SampledFlowTracker {
 namespace {
@@ -24,6 +27,9 @@ TYPED_TEST(AuditRepair, PutsCountsRightAndDropsWhatNoStatusNeeds) {
           ::testing::_,
           this->finding(FindingKind::unneededLocalCounter, flowOf<TypeParam>(51).str(), "a local counter",
                         "none", true)));
+  const AuditAnswer answer = this->world.audit->findings(this->world.audit->run(), 1);
+  EXPECT_EQ(answer.differences, 4U);
+  EXPECT_EQ(answer.repaired, 4U);
   this->expectExact();
   EXPECT_EQ(this->hosEntries(1), 1U);
   EXPECT_FALSE(this->hasCounter(50));
@@ -42,6 +48,33 @@ TYPED_TEST(AuditRepair, FindsTheSameWhereverItYields) {
   }
   EXPECT_EQ(this->auditOf(true, 1).size(), whole.size());
   this->expectExact();
+}
+
+// Somebody else writes the counters.
+TYPED_TEST(AuditRepair, WhatTheTableDoesNotTakeStaysAndItsMessageIsLoggedOnce) {
+  TestSupport::TempDir dir;
+  auto& map = this->world.counter().template map<TypeParam>();
+  const auto open = [&] {
+    Quell::TableFile::Creation creation;
+    creation.type = &map.type();
+    creation.containerType = map.owner().fwkType().name();
+    return std::make_shared<Quell::Table>(Quell::TableFile::openOrCreate(
+        {dir.path(), "counters", map.name()}, creation, Quell::TableFile::Access::read));
+  };
+  const auto own = open();
+  const auto other = open();
+  map.tableIs(own);
+  this->startReady();
+  for (const std::uint32_t number : {50U, 51U, 52U}) this->counterIs(number, 1);
+  own->writingDel();
+  other->writingIs();
+  const auto found = this->auditOf(true);
+  ASSERT_EQ(found.size(), 3U);
+  for (const std::string& each : found) EXPECT_THAT(each, ::testing::HasSubstr("false"));
+  for (const std::uint32_t number : {50U, 51U, 52U}) EXPECT_TRUE(this->hasCounter(number));
+  EXPECT_THAT(this->world.log.texts, ElementsAre(::testing::HasSubstr("counters"),
+                                                 ::testing::HasSubstr("3 differences, 0 repaired")));
+  map.tableIs(nullptr);
 }
 
 TYPED_TEST(AuditRepair, KeepsWhatACounterHasCounted) {

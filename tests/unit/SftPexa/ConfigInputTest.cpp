@@ -54,6 +54,7 @@ TYPED_TEST(ConfigInputTest, TablesOfManyAreMadeReadyInSlicesBeforeTheFirstEvent)
   std::set<std::uint64_t> sizes;
   while (this->statuses().empty()) {
     sizes.insert(buckets(this->statuses()));
+    EXPECT_EQ(this->inputSm().inputScanTask()->workCount(), 0U) << "no entry was handled yet";
     ASSERT_TRUE(this->runSlice());
   }
   EXPECT_GE(sizes.size(), 2U);
@@ -159,6 +160,44 @@ TYPED_TEST(ConfigInputTest, AYieldTellsTheTaskWhatWasDoneAndWhatIsLeft) {
   this->runAll();
   EXPECT_FALSE(this->inputSm().inputScanTask());
   EXPECT_EQ(task->references(), 1U) << "this test's: the task is gone";
+}
+
+TYPED_TEST(ConfigInputTest, WhenTheTableHasShrunkNothingIsToldAsLeft) {
+  this->wantMany(1, 6);
+  this->startUpToEvents();
+  const auto order = this->keysOf(this->configs());
+  TraceLines trace(8);
+  for (int i = 0; i < 3; ++i) this->sliceThatDelivers(trace);
+  for (int i = 0; i < 3; ++i) this->unwantUntold(order[static_cast<std::size_t>(i)]);
+  this->sliceThatDelivers(trace);
+  EXPECT_EQ(this->inputSm().inputScanTask()->workPending(), 0U);
+}
+
+// Switches a state machine off as soon as it writes to a table.
+class SwitchesOff : public Kiv::PtrInterface::NotifieeConst {
+ public:
+  SwitchesOff(StateMachineWorld& world, const Kiv::Ptr<const Kiv::PtrInterface>& table) : world_(world) {
+    notifierIs(table);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Kiv::AttributeId) override { world_.sm->hasNotificationActiveIs(false); }
+
+ private:
+  StateMachineWorld& world_;
+};
+
+TYPED_TEST(ConfigInputTest, AnEventThatSwitchesItOffEndsTheSliceAndNotTheScan) {
+  this->wantMany(1, 4);
+  this->startUpToEvents();
+  {
+    const auto watcher = Kiv::makePtr<SwitchesOff>(*this, this->hoFlowStatus);
+    this->runAll();
+  }
+  EXPECT_EQ(this->statuses().size(), 1U);
+  EXPECT_NE(this->inputSm().scanState(), Zun::InputScanState::complete);
+  this->sm->hasNotificationActiveIs(true);
+  this->runAll();
+  EXPECT_EQ(this->statuses().size(), 4U);
 }
 
 TYPED_TEST(ConfigInputTest, AScanThatIsCompleteDoesNothingWhenRunAgain) {

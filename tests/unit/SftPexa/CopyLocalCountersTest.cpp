@@ -1,5 +1,6 @@
 // The poll that publishes what the packet path counted.
 #include "StateMachineFixture.h"
+#include "TraceLines.h"
 
 namespace SampledFlowTracker {
 namespace {
@@ -157,10 +158,25 @@ TYPED_TEST(CopyLocalCountersTest, ManySlicesMakeOnePass) {
   this->startWithFlows(10);
   const auto runs = this->copyTask()->runs();
   this->clock.advance(1.0);
+  TraceLines trace;
   this->runAllInSlices();
+  EXPECT_THAT(trace.starting(TestFixture::Texts::kCopyFired), ::testing::SizeIs(1)) << "told at its start";
   EXPECT_EQ(this->copyTask()->runs() - runs, 10U);
   EXPECT_EQ(this->generation(), 2U);
   for (std::uint32_t n = 1; n <= 10; ++n) EXPECT_EQ(this->packets(this->flow(n)), 1U) << n;
+  for (std::uint32_t n = 1; n <= 10; ++n) this->countPacket(this->flow(n));
+  this->clock.advance(1.0);
+  this->runAllInSlices();
+  for (std::uint32_t n = 1; n <= 10; ++n) EXPECT_EQ(this->packets(this->flow(n)), 2U) << n;
+}
+
+TYPED_TEST(CopyLocalCountersTest, APassThatHasTimeIsOneRun) {
+  if (this->yieldsAlways()) GTEST_SKIP() << "each run has one entry here";
+  this->startWithFlows(10);
+  const auto runs = this->copyTask()->runs();
+  this->second();
+  EXPECT_EQ(this->copyTask()->runs() - runs, 1U);
+  EXPECT_EQ(this->generation(), 2U);
 }
 
 TYPED_TEST(CopyLocalCountersTest, TheFirstPassComesWithTheEndOfTheInitialScan) {

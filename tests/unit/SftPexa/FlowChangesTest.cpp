@@ -75,5 +75,14 @@ TYPED_TEST(FlowChangesTest, WhatStoodBeforeARestartIsNoChange) {
   EXPECT_EQ(this->counts(), Counts{});
 }
 
+TEST(FlowChangesCount, AStateThatIsNeitherCountsNothing) {
+  FlowChanges changes;
+  changes.count(HoFlowState::inHardware, HoFlowState::pending);
+  changes.count(std::nullopt, HoFlowState::none);
+  EXPECT_EQ(changes.admissions + changes.promotions + changes.overflows + changes.withdrawals, 0U);
+  changes.count(HoFlowState::pending, std::nullopt);
+  EXPECT_EQ(changes.withdrawals, 1U);
+}
+
 }  // namespace
 }  // namespace SampledFlowTracker

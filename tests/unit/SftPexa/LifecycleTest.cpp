@@ -221,6 +221,7 @@ TEST_F(LifecycleTest, ItIsNotReadyBeforeTheLastOfTheTenOutputs) {
 TEST_F(LifecycleTest, CanBeBuiltWithoutSayingThatNotificationsAreActive) {
   sm = SftPexaFtHOCSM::SftPexaFtHOCSMIs(hoFlowConfig, hoFlowStatus, hoFlowCounter, hosStateCounter,
                                         localCounters, helper, control);
+  EXPECT_TRUE(sm->hasNotificationActive());
   want(key(1));
   EXPECT_EQ(stateOf(key(1)), HoFlowState::inHardware) << "it is a running state machine";
   EXPECT_EQ(sm->references(), 1U);

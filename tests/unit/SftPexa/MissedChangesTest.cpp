@@ -62,6 +62,19 @@ TYPED_TEST(MissedChangesTest, AWaitingFlowWithoutAStatusIsFoundToo) {
   EXPECT_THAT(this->waitingKeys(), IsEmpty());
 }
 
+TYPED_TEST(MissedChangesTest, WaitingFlowsAreLookedThroughFromTheFirstOn) {
+  this->budgetIs(0);
+  this->startAndRun();
+  this->wantMany(1, 60);
+  for (std::uint32_t n = 1; n <= 60; ++n) {
+    this->unwantUntold(this->key(n));
+    if (n > 3) this->statuses().erase(this->key(n));
+  }
+  this->tellMissed();
+  this->runAllInSlices();
+  EXPECT_THAT(this->waitingKeys(), IsEmpty());
+}
+
 TYPED_TEST(MissedChangesTest, WhatTheSweepWithdrawsMakesRoom) {
   this->budgetIs(1);
   this->startAndRun();
@@ -128,6 +141,23 @@ TYPED_TEST(MissedChangesTest, MissedBeforeTheInitialScanIsDoneItIsMadeUpForBehin
   this->wantUntold(this->key(4));
   this->runAllInSlices();
   EXPECT_THAT(this->keysOf(this->statuses()), UnorderedElementsAre(this->key(1), this->key(3), this->key(4)));
+}
+
+TYPED_TEST(MissedChangesTest, TheInitialScanGoesOnWhereItWas) {
+  this->wantMany(1, 4);
+  TraceLines trace(8);
+  this->start(TestFixture::kTasks);
+  while (trace.starting("k: ").size() < 2) ASSERT_TRUE(this->runSlice());
+  this->tellMissed();
+  while (!this->sm->initialScanDone()) ASSERT_TRUE(this->runSlice());
+  EXPECT_EQ(trace.starting("k: ").size(), 4U);
+}
+
+TYPED_TEST(MissedChangesTest, SwitchedOffNoScanIsAskedFor) {
+  this->startAndRun();
+  this->sm->hasNotificationActiveIs(false);
+  this->tellMissed();
+  EXPECT_FALSE(this->inputSm().inputScanTask());
 }
 
 TYPED_TEST(MissedChangesTest, TheOtherFamilyIsNotLookedAtAgain) {

@@ -1,5 +1,6 @@
 // Switching the state machine off and on: nothing happens in between, and nothing is lost.
 #include "StateMachineFixture.h"
+#include "TraceLines.h"
 
 namespace SampledFlowTracker {
 namespace {
@@ -26,6 +27,26 @@ TYPED_TEST(NotificationSwitchTest, OffNothingIsDeliveredAndOnAgainEverythingIs) 
   EXPECT_TRUE(this->statusOf(this->key(5)));
   EXPECT_EQ(this->statuses().size(), 4U);
   EXPECT_EQ(this->count(HoFlowState::inHardware), 4U);
+}
+
+TYPED_TEST(NotificationSwitchTest, TheLastOneThatGoesWhileOffIsNotPendingAnyMore) {
+  this->start();
+  this->want(this->key(1));
+  this->sm->hasNotificationActiveIs(false);
+  this->unwant(this->key(1));
+  EXPECT_EQ(this->inputSm().pendingNotifications(), 1U);
+  this->sm->hasNotificationActiveIs(true);
+  EXPECT_EQ(this->inputSm().pendingNotifications(), 0U);
+  EXPECT_TRUE(this->statuses().empty());
+}
+
+TYPED_TEST(NotificationSwitchTest, OffItHearsOfNoneOfItsRecords) {
+  this->start(TestFixture::kTasks);
+  this->sm->hasNotificationActiveIs(false);
+  TraceLines trace;
+  this->sm->inputSmScanState()->template scanIs<TypeParam>(true);
+  this->sm->outputState()->outputReadyIs(OutputId::localCounterCounterCollection);
+  EXPECT_THAT(trace.lines, IsEmpty());
 }
 
 TYPED_TEST(NotificationSwitchTest, AWaitingFlowThatIsWithdrawnWhileOffWaitsNoMore) {
@@ -100,6 +121,32 @@ TYPED_TEST(NotificationSwitchTest, AScanThatWasInterruptedByItBeginsAgain) {
   this->runAllInSlices();
   EXPECT_FALSE(this->statusOf(first));
   EXPECT_EQ(this->statuses().size(), 3U);
+}
+
+TYPED_TEST(NotificationSwitchTest, WhatComesWhileOffIsFoundWhereverItStandsInTheTable) {
+  this->wantMany(1, 4);
+  this->start(TestFixture::kTasks);
+  while (this->statuses().size() < 3) ASSERT_TRUE(this->runSlice());
+  const auto resumed = *this->inputSm().resumeKey();
+  this->sm->hasNotificationActiveIs(false);
+  this->wantMany(20, 60);
+  ASSERT_NE(this->keysOf(this->configs())[2], resumed) << "some stand before the place";
+  this->sm->hasNotificationActiveIs(true);
+  this->runAll();
+  EXPECT_EQ(this->statuses().size(), 45U);
+}
+
+// A sweep would withdraw it, and take it off a count that does not have it.
+TYPED_TEST(NotificationSwitchTest, WithNothingMissedWhatAnEarlierRunLeftIsLeftToReconciliation) {
+  this->wantMany(1, 3);
+  for (std::uint32_t n = 11; n <= 14; ++n) this->leaveStatus(this->key(n));
+  this->start(TestFixture::kTasks);
+  while (!this->sm->initialScanDone()) ASSERT_TRUE(this->runSlice());
+  this->sm->hasNotificationActiveIs(false);
+  this->sm->hasNotificationActiveIs(true);
+  this->runAll();
+  EXPECT_THAT(this->keysOf(this->statuses()), UnorderedElementsAre(this->key(1), this->key(2), this->key(3)));
+  EXPECT_EQ(this->count(HoFlowState::inHardware), 3U);
 }
 
 TYPED_TEST(NotificationSwitchTest, TheInitialScanIsMadeUpForToo) {

@@ -229,5 +229,13 @@ TEST(SeenHashTest, EachSetPlacesKeysInAWayOfItsOwn) {
             SeenHash<OutputId::hosStateCounterHosStateIp6Counter>()(key6));
 }
 
+TEST(OutputKeyText, TheTablesKeyMayBeEmptyText) {
+  bool valid = true;
+  EXPECT_EQ(outputKeyParts(OutputId::helperOverflowEntries,
+                           outputKeyText(OutputId::helperOverflowEntries, "", false), valid),
+            "");
+  EXPECT_FALSE(valid);
+}
+
 }  // namespace
 }  // namespace SampledFlowTracker

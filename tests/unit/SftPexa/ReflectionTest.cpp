@@ -181,5 +181,14 @@ TEST_F(ReflectionTest, TheSeenSetsCanBeReachedByTheirOutputsNames) {
 #undef SFT_CHECK
 }
 
+TEST_F(ReflectionTest, WhatStateMachinesOfEveryKindTellIsFixed) {
+  start();
+  EXPECT_EQ(of("codefEnabled"), Value(true));
+  EXPECT_EQ(of("defaultSynchronous"), Value(false));
+  EXPECT_EQ(of("version"), Value(1U));
+  EXPECT_EQ(of("validate"), Value(true));
+  EXPECT_EQ(of("unused"), Value(false));
+}
+
 }  // namespace
 }  // namespace SampledFlowTracker

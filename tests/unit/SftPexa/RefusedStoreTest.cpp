@@ -16,9 +16,12 @@ class HandleLines : public Kiv::TraceSink {
   explicit HandleLines(std::string handle) : handle_(std::move(handle)), former_(Kiv::traceSinkIs(this)) {}
   ~HandleLines() override { Kiv::traceSinkIs(former_); }
   void write(const Kiv::TraceRecord& record) override {
-    if (record.handle == handle_) texts.emplace_back(record.text);
+    if (record.handle != handle_) return;
+    texts.emplace_back(record.text);
+    levels.push_back(record.level);
   }
   std::vector<std::string> texts;
+  std::vector<unsigned> levels;
 
  private:
   std::string handle_;
@@ -100,6 +103,7 @@ TYPED_TEST(RefusedStoreTest, AMessageIsLoggedOnceAndCountedEachTime) {
   EXPECT_EQ(Kiv::attribute(*this->sm, "storesFailed"), Kiv::Value(5U));
   ASSERT_THAT(log.texts, SizeIs(1));
   EXPECT_THAT(log.texts[0], HasSubstr("statuses"));
+  EXPECT_THAT(log.levels, ElementsAre(0U));
 }
 
 TYPED_TEST(RefusedStoreTest, AReconciliationThatMayNotDeleteComesToItsEnd) {
@@ -110,6 +114,15 @@ TYPED_TEST(RefusedStoreTest, AReconciliationThatMayNotDeleteComesToItsEnd) {
   EXPECT_TRUE(this->sm->ready());
   EXPECT_EQ(this->sm->storesFailed(), 3U);
   EXPECT_EQ(this->statuses().size(), 3U);
+}
+
+TYPED_TEST(RefusedStoreTest, AScanWhoseStoresAreRefusedComesToItsEnd) {
+  this->wantMany(1, 3);
+  this->somebodyElseWrites();
+  this->start();
+  EXPECT_TRUE(this->sm->ready());
+  EXPECT_EQ(this->sm->storesFailed(), 3U);
+  EXPECT_EQ(this->count(kInHardware), std::nullopt);
 }
 
 TYPED_TEST(RefusedStoreTest, WithoutATableNothingStopsEither) {

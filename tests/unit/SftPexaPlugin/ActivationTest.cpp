@@ -211,6 +211,15 @@ TEST_F(ActivationTest, PutsItsStepsIntoThePipelines) {
   EXPECT_EQ(plugin->outputSampler()->position(), 310U);
 }
 
+TEST_F(ActivationTest, WithoutADisplayAndPipelinesEverythingElseIsBuilt) {
+  agent.manager->counterHolder = nullptr;
+  agent.manager->steps = nullptr;
+  const auto plugin = agent.activePlugin();
+  EXPECT_TRUE(plugin->localHoCounters());
+  EXPECT_TRUE(plugin->inputSampler());
+  EXPECT_TRUE(plugin->hocSm());
+}
+
 TEST_F(ActivationTest, PublishesTheOffloadEnablesFromTheConfiguration) {
   agent.database->configurationIs("hardware/flowtracking/config/sampled",
                                   {{"hwOffloadIpv4", true, "agent.toml", 1}});

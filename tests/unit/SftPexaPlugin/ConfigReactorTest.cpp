@@ -60,6 +60,22 @@ TEST_F(ConfigReactorTest, WritesTheIngressFieldFirst) {
                                          HoStatus::v6enabledAttr, HoStatus::egressV6EnabledAttr));
 }
 
+TEST_F(ConfigReactorTest, SwitchedToWhatItIsItGoesOnWatching) {
+  const auto reactor = SftPexaFtHoConfigReactor::SftPexaFtHoConfigReactorIs(config, status);
+  ASSERT_FALSE(reactor->hasNotificationActive());
+  reactor->hasNotificationActiveIs(false);
+  config->hwOffloadIpv4Is(true);
+  EXPECT_THAT(enables(*status), ElementsAre(true, true, false, false));
+}
+
+TEST_F(ConfigReactorTest, WatchesAConfigurationThatComesLaterWhileItIsActive) {
+  const auto reactor = SftPexaFtHoConfigReactor::SftPexaFtHoConfigReactorIs(nullptr, status);
+  reactor->hasNotificationActiveIs(true);
+  reactor->sftHwTrackingConfigIs(config);
+  config->hwOffloadIpv6Is(true);
+  EXPECT_THAT(enables(*status), ElementsAre(false, false, true, true));
+}
+
 TEST_F(ConfigReactorTest, FollowsOneFamilyAndLeavesTheOtherAlone) {
   config->hwOffloadIpv4Is(true);
   const auto reactor = activeReactor();

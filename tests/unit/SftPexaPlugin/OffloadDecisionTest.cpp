@@ -256,6 +256,15 @@ TYPED_TEST(OffloadDecision, WithoutAStatusTableNoFlowIsInHardware) {
   EXPECT_EQ(packet.counters.of("Drop", "Sft", "No flow status"), 1U);
 }
 
+TYPED_TEST(OffloadDecision, WithoutLocalCountersNoOutcomeIsCounted) {
+  PacketFixture miss(this->tcpPacket(), &this->ports[0]);
+  PacketFixture icmp(this->ipPacket().icmp().build(), &this->ports[0]);
+  PacketFixture arp(PacketBuilder().etherType(0x0806).payload(28).build(), &this->ports[0]);
+  for (PacketFixture* packet : {&miss, &icmp, &arp})
+    EXPECT_FALSE(maybeOffloadCommon(this->status, nullptr, packet->context(), kIngress, {}, true, true));
+  EXPECT_EQ(miss.counters.of("Drop", "Sft", "No flow status"), 1U);
+}
+
 TYPED_TEST(OffloadDecision, WithoutNamedCountersNothingIsCountedAndTheDecisionIsTheSame) {
   this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
   PacketFixture packet(this->tcpPacket(), &this->ports[0]);

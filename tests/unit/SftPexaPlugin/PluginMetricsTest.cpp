@@ -26,9 +26,9 @@ class PluginMetrics : public testing::Test {
       for (Quell::MapBase* map : container->collections()) Quell::attachAnonymous(*map);
     plugin_->hosStateCounterIs(states_);
   }
-  void start() {
+  void start(Zun::SynchronousChoice choice = Zun::SynchronousChoice::synchronous) {
     Zun::SmControl control;
-    control.synchronous = Zun::SynchronousChoice::synchronous;
+    control.synchronous = choice;
     plugin_->localHoCountersIs("counters");
     plugin_->drovaHelperIs(states_)->maxInHardwareFlowsIs(2);
     plugin_->hocSmIs(config_, status_, counter_, states_, plugin_->localHoCounters(), plugin_->drovaHelper(),
@@ -132,6 +132,24 @@ TYPED_TEST(PluginMetrics, ReconciliationTellsWhatItDid) {
   EXPECT_EQ(this->number("sft_reconciliation_entries_total", labels), 2);
   EXPECT_EQ(this->number("sft_reconciliation_deletions_total", labels), 1);
   EXPECT_EQ(this->number("sft_stores_failed_total", labels), 0);
+}
+
+TYPED_TEST(PluginMetrics, AnOutputIsPendingUntilItIsReady) {
+  this->start(Zun::SynchronousChoice::tasks);
+  for (const OutputId id : kReadyChain) {
+    EXPECT_EQ(this->number("sft_reconciliation_pending", {{"output", std::string(nameOf(id))}}), 1);
+  }
+}
+
+TYPED_TEST(PluginMetrics, DamagedStatesAreReportedAndTheOtherNumbersAreTold) {
+  this->start();
+  this->want(1);
+  auto& map = this->states_->template map<TypeParam>();
+  map.table()->file()->records()[8 + offsetof(FlowTracking::HosStateCounterEntry, count)] ^= std::byte{1};
+  const auto reported = map.corruptions();
+  EXPECT_EQ(this->ofFamily("sft_flows", {{"state", "in-hardware"}}), std::nullopt);
+  EXPECT_EQ(map.corruptions(), reported + 1);
+  EXPECT_EQ(this->ofFamily("sft_admissions_total"), 1);
 }
 
 TYPED_TEST(PluginMetrics, WithoutChildrenThereAreNoNumbersOfThem) {

@@ -43,6 +43,31 @@ TEST_F(SamplerHelper, EachDirectionHasItsOwnInterfaces) {
                                         "Sft SftSampler: ingressEnabled drop packet on Ethernet2"));
 }
 
+TEST_F(SamplerHelper, EachChannelIsGatedOnItsOwn) {
+  text.levelIs(-1);
+  EXPECT_FALSE(helper->ingressEnabled(IntfId("Ethernet3")));
+  EXPECT_THAT(text.texts, IsEmpty());
+  EXPECT_EQ(ring.records.size(), 1U);
+  text.levelIs(0);
+  ring.packetsWanted(false);
+  EXPECT_FALSE(helper->ingressEnabled(IntfId("Ethernet3")));
+  EXPECT_EQ(text.texts.size(), 1U);
+  EXPECT_EQ(ring.records.size(), 1U);
+}
+
+TEST_F(SamplerHelper, AsAZombieItSamplesNoMore) {
+  const auto received = [this] {
+    const TestSupport::Packet bytes = tcpPacket();
+    helper->maybeSampleIngress(bytes.pkt(), ports[0]);
+    return receiver.samples.size();
+  };
+  EXPECT_EQ(received(), 1U);
+  helper->kivDoZombieReactors(true);
+  EXPECT_EQ(received(), 1U);
+  helper->kivDoZombieReactors(false);
+  EXPECT_EQ(received(), 2U);
+}
+
 TEST_F(SamplerHelper, SamplingWantedIsTheSameTestInSilence) {
   sftSflowHwConfig->ingressInterfacesIs({IntfId("Ethernet1")});
   sftSflowHwConfig->egressInterfacesIs({IntfId("Ethernet2")});

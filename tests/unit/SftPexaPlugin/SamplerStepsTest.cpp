@@ -18,6 +18,14 @@ class SamplerSteps : public PacketPath<Domain> {
   Pexa::StepResult send(PacketFixture& packet, std::size_t port) {
     return this->outputStep->process(packet.output(this->ports[port]));
   }
+  // Both steps look at a packet ahead; whether each made it ready.
+  std::vector<bool> madeReady(PacketFixture& packet) {
+    const auto received = packet.context();
+    const auto sent = packet.output(this->ports[1]);
+    this->inputStep->lookAhead({&received, 1});
+    this->outputStep->lookAhead({&sent, 1});
+    return {received.lookAhead(kIngress) != 0, received.lookAhead(kEgress) != 0};
+  }
 };
 TYPED_TEST_SUITE(SamplerSteps, Families);
 
@@ -162,6 +170,77 @@ TYPED_TEST(SamplerSteps, KeepWhatTheyWereBuiltWith) {
   EXPECT_EQ(this->inputStep->hoFlowStatus(), this->status);
   EXPECT_EQ(this->outputStep->localHoCounters(), this->counters);
   EXPECT_EQ(this->outputStep->sftHwTrackingConfig(), this->config);
+}
+
+TYPED_TEST(SamplerSteps, AFamilyIsOffloadedWhileTheOtherIsDisabled) {
+  this->offloadIs(true, false);
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  this->statusIs(kEgress, "Ethernet2", HoFlowState::inHardware);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  this->receive(packet);
+  this->send(packet, 1);
+  EXPECT_EQ(this->counter()->packets(), 2U);
+  EXPECT_THAT(this->receiver.samples, IsEmpty());
+}
+
+TYPED_TEST(SamplerSteps, WhatIsDeclinedOnTheWayOutIsTracedAtLevel0) {
+  this->text.levelIs(0);
+  PacketFixture packet(this->tcpPacket(), &this->ports[2]);
+  this->send(packet, 2);
+  EXPECT_THAT(this->text.levels, ElementsAre(0U, 0U));
+}
+
+// --- What is looked at ahead.
+
+TYPED_TEST(SamplerSteps, APacketIsMadeReadyWhileItsFamilyIsOffloaded) {
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  for (const bool other : {true, false}) {
+    this->offloadIs(true, other);
+    EXPECT_THAT(this->madeReady(packet), ElementsAre(true, true)) << other;
+    packet.state.lookAhead = {};
+    this->offloadIs(false, other);
+    EXPECT_THAT(this->madeReady(packet), ElementsAre(false, false)) << other;
+  }
+}
+
+TYPED_TEST(SamplerSteps, WithoutAStatusTableNoPacketIsMadeReady) {
+  this->inputStep = Kiv::makePtr<SftInputSampler>(this->helper, nullptr, this->counters, this->config);
+  this->outputStep = Kiv::makePtr<SftOutputSampler>(this->helper, nullptr, this->counters, this->config);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  EXPECT_THAT(this->madeReady(packet), ElementsAre(false, false));
+}
+
+TYPED_TEST(SamplerSteps, EachBurstBeginsAnew) {
+  std::deque<PacketFixture> packets;
+  std::vector<Pexa::PacketContext> burst;
+  for (unsigned i = 0; i < 32; ++i) {
+    packets.emplace_back(this->tcpPacket(), &this->ports[0]);
+    burst.push_back(packets.back().context());
+  }
+  for (unsigned round = 0; round < 3; ++round) {
+    this->inputStep->lookAhead(burst);
+    for (unsigned i = 0; i < 32; ++i) EXPECT_EQ(burst[i].lookAhead(kIngress), i + 1) << round;
+  }
+}
+
+TYPED_TEST(SamplerSteps, APacketThatWasMadeReadyIsDecidedByWhatItWasThen) {
+  this->statusIs(kIngress, "Ethernet1", HoFlowState::inHardware);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  this->madeReady(packet);
+  packet.state.vlan = Bridging::VlanIdOrAnyOrNone(TestFixture::kVlan + 1);
+  this->receive(packet);
+  ASSERT_NE(this->counter(), nullptr);
+  this->receive(packet);
+  EXPECT_EQ(this->counter()->packets(), 1U) << "once only";
+}
+
+TYPED_TEST(SamplerSteps, APacketThatWasMadeReadyIsTracedAsAnyOther) {
+  this->text.levelIs(0);
+  PacketFixture packet(this->tcpPacket(), &this->ports[0]);
+  packet.state.packetNumber = 7;
+  this->madeReady(packet);
+  this->receive(packet);
+  EXPECT_THAT(this->text.texts, ElementsAre("Pkt7: No flow status"));
 }
 
 // --- Looking ahead must not change what happens.
