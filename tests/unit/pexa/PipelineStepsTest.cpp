@@ -14,8 +14,8 @@ class NamedStep : public Base {
   }
   Pexa::StepResult process(Context) override { return Pexa::StepResult::proceed; }
 };
-using Input = NamedStep<Pexa::InputPipelineStep, Pexa::PacketContext>;
-using Output = NamedStep<Pexa::OutputPipelineStep, Pexa::OutputPipelineContext>;
+using InputStep = NamedStep<Pexa::InputPipelineStep, Pexa::PacketContext>;
+using OutputStep = NamedStep<Pexa::OutputPipelineStep, Pexa::OutputPipelineContext>;
 
 template <class Steps>
 std::string names(const Steps& steps) {
@@ -26,19 +26,19 @@ std::string names(const Steps& steps) {
 
 TEST(AllGenericPipelineSteps, OrdersByPositionAndKeepsTheOrderOfEqualOnes) {
   const auto steps = Kiv::makePtr<Pexa::AllGenericPipelineSteps>("steps");
-  steps->addStep(Kiv::makePtr<Input>("c", 240));
-  steps->addStep(Kiv::makePtr<Input>("e", 1000));
-  steps->addStep(Kiv::makePtr<Input>("a", 0));
-  steps->addStep(Kiv::makePtr<Input>("d", 240));
-  steps->addStep(Kiv::makePtr<Input>("b", 239));
+  steps->addStep(Kiv::makePtr<InputStep>("c", 240));
+  steps->addStep(Kiv::makePtr<InputStep>("e", 1000));
+  steps->addStep(Kiv::makePtr<InputStep>("a", 0));
+  steps->addStep(Kiv::makePtr<InputStep>("d", 240));
+  steps->addStep(Kiv::makePtr<InputStep>("b", 239));
   EXPECT_EQ(names(steps->input()), "abcde");
   EXPECT_TRUE(steps->output().empty());
 }
 
 TEST(AllGenericPipelineSteps, PutsEachStepIntoItsOwnPipeline) {
   const auto steps = Kiv::makePtr<Pexa::AllGenericPipelineSteps>("steps");
-  steps->addStep(Kiv::makePtr<Output>("o", 310));
-  steps->addStep(Kiv::makePtr<Input>("i", 240));
+  steps->addStep(Kiv::makePtr<OutputStep>("o", 310));
+  steps->addStep(Kiv::makePtr<InputStep>("i", 240));
   EXPECT_EQ(names(steps->input()), "i");
   EXPECT_EQ(names(steps->output()), "o");
   EXPECT_EQ(Kiv::attribute(*steps, "inputSteps"), Kiv::Value(1U));
@@ -46,7 +46,7 @@ TEST(AllGenericPipelineSteps, PutsEachStepIntoItsOwnPipeline) {
 
 TEST(AllGenericPipelineSteps, ReleasesItsStepsWhenCleared) {
   const auto steps = Kiv::makePtr<Pexa::AllGenericPipelineSteps>("steps");
-  const auto step = Kiv::makePtr<Input>("i", 240);
+  const auto step = Kiv::makePtr<InputStep>("i", 240);
   steps->addStep(step);
   EXPECT_EQ(step->references(), 2U);
   steps->clear();

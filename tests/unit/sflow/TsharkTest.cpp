@@ -56,7 +56,7 @@ void writeCapture(const std::string& path, const std::vector<Bytes>& datagrams) 
   }
 }
 
-class FakeCounters : public CounterSource {
+class ToldCounters : public CounterSource {
  public:
   std::uint32_t ports() const override { return 3; }
   IfCounters ifCounters(std::uint32_t portIndex) const override {
@@ -134,7 +134,7 @@ class ExportedDatagrams : public testing::Test {
   ManualClock clock_;
   TempDir dir_;
   UdpReceiver receiver_;
-  FakeCounters counters_;
+  ToldCounters counters_;
   FakePorts ports_{3, 12};
   std::vector<Bytes> datagrams_;
   std::string capture_;
