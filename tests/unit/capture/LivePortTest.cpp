@@ -67,6 +67,16 @@ class Cable : public testing::Test {
     return packets;
   }
 
+  // Whether a packet gets across. A link that just came up loses what is sent until the kernel has told
+  // everybody.
+  bool carries(LivePort& from, LivePort& to, const Packet& packet) {
+    for (int tries = 0; tries < 100; ++tries) {
+      transmit(from, packet);
+      if (!receive(to, 1, 100).empty()) return true;
+    }
+    return false;
+  }
+
   void transmit(LivePort& port, const Packet& packet) {
     port.transmit(packet.pkt(), now_);
     port.send();
@@ -250,8 +260,7 @@ TEST_F(Cable, GoesOnWhenTheInterfaceWentDownAndUp) {
   for (int i = 0; i < 3; ++i) right.receive(room_, now_ += LivePort::kLookSeconds);
   right.refresh();
   EXPECT_TRUE(right.up()) << right.error();
-  transmit(left, udp());
-  EXPECT_EQ(receive(right, 1).size(), 1U);
+  EXPECT_TRUE(carries(left, right, udp()));
 }
 
 TEST_F(Cable, ComesBackWithAnInterfaceThatWentAway) {
@@ -269,8 +278,7 @@ TEST_F(Cable, ComesBackWithAnInterfaceThatWentAway) {
   right.receive(room_, now_ += LivePort::kLookSeconds);
   EXPECT_TRUE(right.up()) << right.error();
   LivePort left("left");
-  transmit(left, udp());
-  EXPECT_EQ(receive(right, 1).size(), 1U);
+  EXPECT_TRUE(carries(left, right, udp()));
 }
 
 TEST_F(Cable, APacketTooLongForTheInterfaceIsADrop) {
