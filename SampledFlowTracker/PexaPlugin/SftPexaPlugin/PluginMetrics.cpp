@@ -54,8 +54,10 @@ void outcomesInto(Snapshot& snapshot, const Pexa::Counter::OffloadOutcomes& outc
                   {"direction", std::string(direction)},
                   {"outcome", std::string(outcome)}};
   };
-  for (const auto& [direction, directionName] : kDirections) {
-    forEachFamily([&, direction = direction, directionName = directionName]<class Domain>(Domain family) {
+  for (const auto& each : kDirections) {
+    const auto direction = each.first;
+    const auto directionName = each.second;
+    forEachFamily([&]<class Domain>(Domain family) {
       for (const auto& [outcome, name] : kOutcomes)
         packets.add(labels(familyName(family), directionName, name),
                     outcomes.count<Domain>(direction, outcome));
