@@ -76,13 +76,14 @@ class KillTest(FlowTrackerTest):
             self.sender.sendto(datagram(each), self.tracker.listening())
 
     def seen_wanted(self):
-        found = {offload_of(row) for row in self.sft("table", "dump", CONFIG, "hoIpFlowConfig")} if self.table_is(CONFIG) else set()
+        found = {offload_of(row) for row in self.sft("table", "dump", CONFIG, "hoIpFlowConfig")} if self.table_is(CONFIG, "hoIpFlowConfig") else set()
         self.assertLessEqual(self.wanted, found, "what was wanted is lost")
         self.wanted = found
         return found
 
-    def table_is(self, path):
-        return (self.run_dir / "tables" / path).is_dir()
+    def table_is(self, path, collection):
+        """Who makes a table makes its folders first, and may be killed between the two."""
+        return (self.run_dir / "tables" / path / collection).is_file()
 
     # Victims
 
@@ -133,7 +134,7 @@ class KillTest(FlowTrackerTest):
         (self.dir / "put").write_text(text)
         with open(self.dir / "put") as records:
             said = self.kill_process(self.popen("table", "put", OWN_TABLE, "hoIpFlowCounter", stdin=records), 0.06)
-        if not self.table_is(OWN_TABLE):
+        if not self.table_is(OWN_TABLE, "hoIpFlowCounter"):
             return
         found = {}
         for row in self.sft("table", "dump", OWN_TABLE, "hoIpFlowCounter"):
