@@ -39,17 +39,21 @@ class OutputWritesTest : public StateMachineTest<Domain> {
   static bool noted(const Output& output, const Key& key) {
     return output.seenHas(typename Output::KeyType(key));
   }
+  void writeInEachWay() {
+    auto& outputs = this->outputs();
+    this->insertStatus(this->key(1));
+    outputs.status.erase("handler", kPlace, this->key(2));
+    this->refreshCounter(this->flow(3));
+    outputs.overflow.insert("handler", kPlace, this->key(4));
+    outputs.overflow.erase("handler", kPlace, this->key(5));
+  }
 };
 TYPED_TEST_SUITE(OutputWritesTest, Families);
 
 TYPED_TEST(OutputWritesTest, EveryKindOfWriteNotesItsKeyWhileTheOutputReconciles) {
   this->startReconciling();
+  this->writeInEachWay();
   auto& outputs = this->outputs();
-  this->insertStatus(this->key(1));
-  outputs.status.erase("handler", kPlace, this->key(2));
-  this->refreshCounter(this->flow(3));
-  outputs.overflow.insert("handler", kPlace, this->key(4));
-  outputs.overflow.erase("handler", kPlace, this->key(5));
   EXPECT_TRUE(this->noted(outputs.status, this->key(1)));
   EXPECT_TRUE(this->noted(outputs.status, this->key(2)));
   EXPECT_TRUE(this->noted(outputs.counter, this->flow(3)));
@@ -63,12 +67,8 @@ TYPED_TEST(OutputWritesTest, EveryKindOfWriteNotesItsKeyWhileTheOutputReconciles
 
 TYPED_TEST(OutputWritesTest, NoWriteNotesItsKeyOnceTheOutputIsReady) {
   this->startAndRun();
+  this->writeInEachWay();
   auto& outputs = this->outputs();
-  this->insertStatus(this->key(1));
-  outputs.status.erase("handler", kPlace, this->key(2));
-  this->refreshCounter(this->flow(3));
-  outputs.overflow.insert("handler", kPlace, this->key(4));
-  outputs.overflow.erase("handler", kPlace, this->key(5));
   EXPECT_EQ(outputs.status.seenCount(), 0U);
   EXPECT_EQ(outputs.counter.seenCount(), 0U);
   EXPECT_EQ(outputs.overflow.seenCount(), 0U);
