@@ -123,7 +123,7 @@ class Build:
                 subprocess.run(["cmake", "--preset", "dev", "-DCMAKE_CXX_FLAGS=-w", "-DSFT_BENCH=OFF"], cwd=self.tree, check=True, stdout=subprocess.DEVNULL)
             log = self.folder / "build.log"
             with open(log, "w") as out:
-                ran = subprocess.run(["nice", "-n", "5", "ninja", "-j2", "-l3", "-k0", "-C", self.out, *self.names],
+                ran = subprocess.run(["nice", "-n", "5", "ninja", "-k0", "-C", self.out, *self.names],
                                      stdout=out, stderr=out, env=environment)
             if ran.returncode == 0:
                 return

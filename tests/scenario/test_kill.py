@@ -1,7 +1,7 @@
 """SIGKILL to the agent, the flow tracker and `sft`, at random moments, over and over: what was seen to be stored stays, what was
 half done is nowhere, and the next start leaves nothing stale behind.
 
-SFT_KILL_TIMES says how many are killed (150), SFT_KILL_SEED which and when; a failure names both. scripts/kill runs it for longer.
+SFT_KILL_TIMES says how many are killed (150), SFT_KILL_SEED which and when; a failure names the seed. scripts/kill runs it for longer.
 Kills of the writers and readers of one table, thousands of them: tests/kill. Kills around each part of an agent's start and
 work: test_restart.
 """
@@ -19,6 +19,7 @@ from test_flow_tracker import FlowTrackerTest, datagram, flow_sample
 
 TIMES = int(os.environ.get("SFT_KILL_TIMES", "150"))
 SEED = int(os.environ.get("SFT_KILL_SEED", "1"))
+ROUND = 50  # kills; the next ones begin with nothing wanted: what is compared after each grows with what was learned before
 OWN_TABLE = "flowtracking/killed/hwOffload/counter/hfc"  # of nobody else
 MOST = 250  # records of a put
 
@@ -26,8 +27,6 @@ MOST = 250  # records of a put
 class KillTest(FlowTrackerTest):
     def setUp(self):
         super().setUp()
-        print(f"SFT_KILL_TIMES={TIMES} SFT_KILL_SEED={SEED}")
-        self.random = random.Random(SEED)
         self.write_config([("Ethernet1", "capture", self.write_capture("none.pcap", []))], plugins=(PLUGIN, AUDIT),
                           extra='[state."flowtracking/audit/sampled"]\nafterRestart = "repair"\n')
         self.write_tracker_config("samples_to_learn = 1\nidle_timeout = 86400")
@@ -171,14 +170,16 @@ class KillTest(FlowTrackerTest):
         self.assertLessEqual(len(differences), self.kills["agent"])
         self.assertEqual(summary["summary"]["statuses"], len(wanted))
 
-    def test_kills(self):
+    def kill_many(self, first, end):
+        """Kills first to end - 1; each round has its own moments, so that one that failed can be had alone (-k test_kills_FIRST)."""
+        self.random = random.Random(SEED + first)
         victims = [self.kill_tracker, self.kill_agent, self.kill_tracker_that_was_seen_to_store, self.kill_both, self.kill_put,
                    self.kill_put, self.kill_reader]
         compared = 0
         self.running()
-        while sum(self.kills.values()) < TIMES:
+        while sum(self.kills.values()) < end - first:
             victim = self.random.choice(victims)
-            with self.subTest(f"SFT_KILL_SEED={SEED}, after {dict(self.kills)}: {victim.__name__}"):
+            with self.subTest(f"SFT_KILL_SEED={SEED}, test_kills_{first} after {dict(self.kills)}: {victim.__name__}"):
                 victim()
                 self.running()
                 if sum(self.kills.values()) - compared >= 5:
@@ -187,7 +188,18 @@ class KillTest(FlowTrackerTest):
         self.compare()
         self.assertEqual(self.agent.end(), 0)
         self.assertEqual(self.tracker.end(), 0)
-        print(f"killed: {dict(self.kills)}; {self.sent} flows sampled, {len(self.wanted)} wanted, {self.repairs} repairs told")
+        ALL.update(self.kills)
+        print(f"SFT_KILL_SEED={SEED} test_kills_{first}: {dict(self.kills)}; {self.sent} flows sampled, {len(self.wanted)} wanted, "
+              f"{self.repairs} repairs told; killed by now: {dict(ALL)}, {sum(ALL.values())} of {TIMES}")
+
+
+def one_round(first):
+    return lambda self: self.kill_many(first, min(first + ROUND, TIMES))
+
+
+ALL = collections.Counter()
+for each in range(0, TIMES, ROUND):
+    setattr(KillTest, f"test_kills_{each:06}", one_round(each))
 
 
 if __name__ == "__main__":
