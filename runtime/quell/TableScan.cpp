@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <iterator>
 
@@ -19,8 +20,6 @@ namespace {
 constexpr unsigned kDamagedLooks = 3;
 constexpr unsigned kChangedLooks = 100000;
 constexpr unsigned kUnstableLooks = 64;
-// A chain with a damaged bucket in it is given up at this length: its links may lead in a circle.
-constexpr std::uint64_t kLongDamagedChain = 1000;
 
 }  // namespace
 
@@ -118,10 +117,14 @@ TableScan::BucketLook TableScan::look(const Bucket& bucket, std::uint64_t& meta,
   }
 }
 
+// Links that lead in a circle come back to the bucket that was met last at a power of two of the length (Brent).
+// While the state stays as it is no bucket comes twice in the course of changes: a reader that sees one again
+// sees damage.
 template <class Visit, class Seen>
 TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit, const Seen& seen) {
   Chain chain;
   const Bucket* bucket = &file_.bucket(number);
+  const Bucket* met = nullptr;
   for (std::uint64_t length = 0; length <= kMostOverflowBuckets; ++length) {
     std::uint64_t meta = 0;
     std::array<std::uint64_t, kEntriesPerBucket> entries{};
@@ -136,8 +139,13 @@ TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit,
     }
     const std::uint64_t link = metaLink(meta);
     if (link == 0 || link > kMostOverflowBuckets) return chain;
-    if (chain.damaged && length > kLongDamagedChain) return chain;
     bucket = &file_.overflow(link - 1);
+    if (bucket == met) {
+      if (!chain.damaged) why_ = fmt::format("the links of bucket {} lead in a circle", number);
+      chain.damaged = true;
+      return chain;
+    }
+    if (std::has_single_bit(length + 1)) met = bucket;
   }
   chain.changed = true;  // only a chain that changes all the time is as long as that
   return chain;
@@ -216,7 +224,7 @@ TableScan::Chain TableScan::gather(std::uint64_t number, std::uint64_t state) {
       });
   chain.damaged |= damaged;
   place_.bucket = number;
-  if (whole && !chain.changed && stateIs(state)) place_.state = state;  // W1
+  if (whole && !chain.damaged && !chain.changed && stateIs(state)) place_.state = state;  // W1
   return chain;
 }
 

@@ -192,6 +192,36 @@ TEST_F(Scans, ACircleOfLinksWithDamageInItEnds) {
   EXPECT_THAT(told, ElementsAre("table test/things red: bucket 0 does not match its check"));
 }
 
+TEST_F(Scans, ACircleOfLinksWhoseChecksFitIsDamageOfItsBucketAlone) {
+  fill(40);
+  std::uint32_t inIt = 0;
+  while (Layout::metaLink(bucketOf(inIt).meta.load()) != 0) ++inIt;
+  const std::uint64_t number = Layout::bucketOf(hashOf(inIt), buckets());
+  std::uint32_t absent = 1000;
+  while (Layout::bucketOf(hashOf(absent), buckets()) != number) ++absent;
+  const std::string text =
+      "table test/things red: the links of bucket " + std::to_string(number) + " lead in a circle";
+  constexpr std::uint64_t kFree = 100;  // overflow buckets of no chain from here on
+  for (const std::uint64_t front : {0U, 1U, 2U, 5U, 30U}) {
+    for (const std::uint64_t circle : {1U, 2U, 3U, 16U, 61U}) {
+      const std::uint64_t last = front + circle - 1;
+      for (std::uint64_t each = 0; each <= last; ++each) {
+        const std::uint64_t next = each < last ? each + 1 : front;
+        file_->overflow(kFree + each).meta.store(Layout::metaWord(2, kFree + next + 1, 0));
+      }
+      Quell::BucketEdit(file_->bucket(number)).linkIs(kFree + 1);
+      EXPECT_EQ(map().get(keyOf(inIt)), thing(inIt));
+      EXPECT_EQ(findDamage(absent), text);
+      std::vector<std::string> told;
+      EXPECT_EQ(walked(told), inOrder(40));
+      EXPECT_THAT(told, ElementsAre(text)) << front << ' ' << circle;
+    }
+  }
+  auto& count = file_->header().entries;
+  count.store(count.load() ^ std::uint64_t{1} << 40);
+  EXPECT_GE(map().size(), 40U) << "counted along the chains";
+}
+
 TEST_F(Scans, AChainOfAThousandBucketsIsFollowedAlsoWhereOneIsDamaged) {
   fill(3);
   constexpr std::uint64_t kLong = 900;
