@@ -58,7 +58,7 @@ if(SFT_SANITIZE)
 endif()
 if(SFT_COVERAGE)
   # For the rooms that are measured and their tests (scripts/coverage): all other objects are those of the dev preset, out of the
-  # compiler cache.
-  set(SFT_COVERAGE_OPTIONS -O0 --coverage)
+  # compiler cache. Threads count at once: without atomic counts some come out negative.
+  set(SFT_COVERAGE_OPTIONS -O0 --coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
