@@ -117,21 +117,34 @@ TableScan::BucketLook TableScan::look(const Bucket& bucket, std::uint64_t& meta,
   }
 }
 
-// Links that lead in a circle come back to the bucket that was met last at a power of two of the length (Brent).
-// While the state stays as it is no bucket comes twice in the course of changes: a reader that sees one again
-// sees damage.
+// Links that lead in a circle come back to the bucket that was met last at a power of two of the length
+// (Brent). One that has changed since was taken out of the chain and is in use again; one that has not got
+// two links to it from nobody who works here, and is damage.
 template <class Visit, class Seen>
 TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit, const Seen& seen) {
   Chain chain;
   const Bucket* bucket = &file_.bucket(number);
   const Bucket* met = nullptr;
+  std::uint64_t metMeta = 0;
   for (std::uint64_t length = 0; length <= kMostOverflowBuckets; ++length) {
     std::uint64_t meta = 0;
     std::array<std::uint64_t, kEntriesPerBucket> entries{};
     const BucketLook result = look(*bucket, meta, entries);
+    if (bucket == met) {
+      chain.changed = meta != metMeta;
+      if (!chain.changed && !chain.damaged) {
+        chain.damaged = true;
+        why_ = fmt::format("the links of bucket {} lead in a circle", number);
+      }
+      return chain;
+    }
     if (result == BucketLook::damaged) {
       chain.damaged = true;
       why_ = fmt::format("bucket {} does not match its check", number);
+    }
+    if (std::has_single_bit(length)) {
+      met = bucket;
+      metMeta = meta;
     }
     seen(*bucket, meta, result);
     for (unsigned i = 0; i < kEntriesPerBucket; ++i) {
@@ -140,12 +153,6 @@ TableScan::Chain TableScan::visitChain(std::uint64_t number, const Visit& visit,
     const std::uint64_t link = metaLink(meta);
     if (link == 0 || link > kMostOverflowBuckets) return chain;
     bucket = &file_.overflow(link - 1);
-    if (bucket == met) {
-      if (!chain.damaged) why_ = fmt::format("the links of bucket {} lead in a circle", number);
-      chain.damaged = true;
-      return chain;
-    }
-    if (std::has_single_bit(length + 1)) met = bucket;
   }
   chain.changed = true;  // only a chain that changes all the time is as long as that
   return chain;
