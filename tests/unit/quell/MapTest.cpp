@@ -197,19 +197,30 @@ TEST(NewReaders, FindWhatIsThereAtTheirFirstLookWhateverTheIndexHas) {
 namespace {
 
 template <std::size_t KeyBytes, std::size_t RecordBytes>
-void storeAndFind() {
-  static const Quell::RecordType type{"Odd", RecordBytes, KeyBytes, nullptr, nullptr, nullptr, nullptr};
-  Quell::Table table(Quell::TableFile::anonymous({"", "odd", "odd"}, {&type, "Odd", 4}));
+struct Odd {
   struct alignas(8) Bytes {
     std::array<std::uint8_t, RecordBytes + 16> bytes{};
   };
-  const auto made = [](unsigned number) {
+  static Bytes made(unsigned number) {
     Bytes record;
     for (std::size_t i = 0; i < RecordBytes; ++i)
       record.bytes[i] = static_cast<std::uint8_t>(number * 31 + i);
     for (std::size_t i = RecordBytes; i < record.bytes.size(); ++i) record.bytes[i] = 0xee;
     return record;
-  };
+  }
+  static const Quell::RecordType& type() {
+    static const Quell::RecordType one{"Odd", RecordBytes, KeyBytes, nullptr, nullptr, nullptr, nullptr};
+    return one;
+  }
+  Quell::Table table{Quell::TableFile::anonymous({"", "odd", "odd"}, {&type(), "Odd", 4})};
+};
+
+template <std::size_t KeyBytes, std::size_t RecordBytes>
+void storeAndFind() {
+  Odd<KeyBytes, RecordBytes> odd;
+  Quell::Table& table = odd.table;
+  using Bytes = typename Odd<KeyBytes, RecordBytes>::Bytes;
+  const auto made = Odd<KeyBytes, RecordBytes>::made;
   constexpr unsigned kMany = 100;
   for (unsigned number = 0; number < kMany; ++number) table.store(made(number).bytes.data());
   ASSERT_EQ(table.entries(), kMany);
@@ -242,7 +253,50 @@ void storeAndFind() {
   EXPECT_EQ(table.entries(), 0U);
 }
 
+template <std::size_t KeyBytes, std::size_t RecordBytes>
+void findAnother() {
+  Odd<KeyBytes, RecordBytes> odd;
+  Quell::Table& table = odd.table;
+  const auto record = odd.made(7);
+  table.store(record.bytes.data());
+  const std::uint64_t hash = Quell::Table::hash<KeyBytes>(record.bytes.data());
+  auto out = record;
+  for (std::size_t i = 0; i < KeyBytes; ++i) {
+    auto other = record;
+    other.bytes[i] ^= 0x10;
+    EXPECT_FALSE((table.find<KeyBytes, RecordBytes>(other.bytes.data(), hash, out.bytes.data()))) << i;
+    EXPECT_FALSE((table.find<KeyBytes, RecordBytes>(table.place<RecordBytes>(hash), other.bytes.data(), hash,
+                                                    out.bytes.data())))
+        << i;
+  }
+  auto* const held = reinterpret_cast<std::uint8_t*>(table.file()->slot(0) + 1);
+  for (std::size_t i = 0; i < RecordBytes; ++i) {
+    held[i] ^= 0x10;
+    EXPECT_THROW((table.find<KeyBytes, RecordBytes>(record.bytes.data(), hash, out.bytes.data())),
+                 Fenn::CorruptionDetectedException)
+        << i;
+    EXPECT_THROW((table.find<KeyBytes, RecordBytes>(table.place<RecordBytes>(hash), record.bytes.data(), hash,
+                                                    out.bytes.data())),
+                 Fenn::CorruptionDetectedException)
+        << i;
+    held[i] ^= 0x10;
+  }
+  EXPECT_EQ(out.bytes, record.bytes) << "nothing was given out";
+  EXPECT_TRUE((table.find<KeyBytes, RecordBytes>(record.bytes.data(), hash, out.bytes.data())));
+}
+
 }  // namespace
+
+TEST(OddSizes, AnotherKeyOfTheSameHashIsNotFoundAndAChangedByteIsMet) {
+  findAnother<1, 1>();
+  findAnother<3, 12>();
+  findAnother<8, 16>();
+  findAnother<8, 20>();
+  findAnother<9, 23>();
+  findAnother<24, 29>();
+  findAnother<33, 33>();
+  findAnother<40, 100>();
+}
 
 TEST(OddSizes, RecordsAndKeysOfAnySizeAreStoredAndFoundToTheByte) {
   storeAndFind<1, 1>();
