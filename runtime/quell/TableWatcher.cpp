@@ -11,6 +11,13 @@
 
 namespace Quell {
 
+namespace {
+
+// What the system names in the notice that some were lost (IN_Q_OVERFLOW).
+constexpr int kAnyWatch = -1;
+
+}  // namespace
+
 struct TableWatcher::Watched {
   Kiv::Ptr<Container> container;
   MapBase* map;
@@ -50,14 +57,14 @@ void TableWatcher::readNotices() {
       inotify_event event;
       std::memcpy(&event, buffer + at, sizeof event);
       at += static_cast<ssize_t>(sizeof event + event.len);
-      noticed((event.mask & IN_Q_OVERFLOW) != 0 ? -1 : event.wd, (event.mask & IN_CLOSE_WRITE) != 0);
+      noticed(event.wd, (event.mask & IN_CLOSE_WRITE) != 0);
     }
   }
 }
 
 void TableWatcher::noticed(int watch, bool closed) {
   for (Watched& watched : watched_) {
-    if (watch != -1 && watched.watch != watch) continue;
+    if (watch != kAnyWatch && watched.watch != watch) continue;
     watched.rung = true;
     // Who leaves in order takes its process id out of the file; who died may have died before its journal
     // entry.

@@ -80,6 +80,18 @@ TEST_F(Loads, AStepOfAWalkWithinABucketReadsNoBucketAnew) {
   }
 }
 
+TEST_F(Loads, AWalkThatLeavesABucketComparesItAndReadsNoRecordAnew) {
+  Record record;
+  ASSERT_TRUE(table_->walkFirst(&record));
+  for (unsigned step = 1; step < keys_.size(); ++step) ASSERT_TRUE(table_->walkAfter(&record.key, &record));
+  const std::uint64_t bucket = 1 + kEntries + 1;               // its word twice
+  const std::uint64_t records = keys_.size() * (1 + (1 + 3));  // the entry, the slot
+  EXPECT_EQ(loadsOf([&](Machine& machine) {
+              machine.expect(!table_->walkAfter(&record.key, &record), "the walk does not end");
+            }),
+            2 * (1 + 1) + 1 + bucket + records);
+}
+
 TEST_F(Loads, AWalkThatGoesOnIsPlainAlsoWhereItsTableErasedWhatItGave) {
   Record record;
   ASSERT_TRUE(table_->walkFirst(&record));
