@@ -68,6 +68,21 @@ TEST_F(Loads, AMissIsTheStateTheTagsTheBucketAndSecondLooksAtBothWords) {
   EXPECT_EQ(loads, 1 + kEntries + (1 + kEntries + 1) + 1);
 }
 
+TEST_F(Loads, TheNumberOfEntriesIsOneWord) {
+  EXPECT_EQ(
+      loadsOf([&](Machine& machine) { machine.expect(table_->entries() == keys_.size(), "miscounted"); }),
+      1U);
+}
+
+// Its writer may be at work: it has time for sixty-four looks before its bucket is believed without a check.
+TEST_F(Loads, ABucketInChangeIsLookedAtAgainAndAgain) {
+  auto& meta = world_.file()->bucket(0).meta;
+  meta.store(meta.load() | 1U);
+  const std::uint64_t loads =
+      loadsOf([&](Machine& machine) { machine.expect(!look(machine, *table_, 99).found, "there"); });
+  EXPECT_EQ(loads, (1 + kEntries + (1 + kEntries + 1)) + 1 + 65 * (1 + kEntries + 1) + 1);
+}
+
 TEST_F(Loads, AStepOfAWalkWithinABucketReadsNoBucketAnew) {
   Record record;
   ASSERT_TRUE(table_->walkFirst(&record));

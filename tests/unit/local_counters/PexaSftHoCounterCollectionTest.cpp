@@ -151,6 +151,24 @@ TEST(Collection, IsBuiltByNameFromItsName) {
   EXPECT_EQ(&built->fwkType(), type);
 }
 
+// Also in the same bit of two words: a sum that takes one of them by xor alone would let a peer aim.
+TYPED_TEST(CollectionTest, KeysThatDifferInABitOrTwoHaveOtherHashes) {
+  constexpr std::size_t kWords = sizeof(flow<TypeParam>(1)) / 8;
+  const Pexa::Counter::FlowKeyHash hash;
+  std::set<std::uint64_t> hashes;
+  for (std::size_t bit = 0; bit < 64; ++bit) {
+    for (std::size_t first = 0; first < kWords; ++first) {
+      for (std::size_t second = first; second < kWords; ++second) {
+        auto key = flow<TypeParam>(1);
+        auto* const bytes = reinterpret_cast<unsigned char*>(&key) + bit / 8;
+        bytes[8 * first] ^= static_cast<unsigned char>(1U << bit % 8);
+        if (second != first) bytes[8 * second] ^= static_cast<unsigned char>(1U << bit % 8);
+        EXPECT_TRUE(hashes.insert(hash(key)).second) << bit << ' ' << first << ' ' << second;
+      }
+    }
+  }
+}
+
 TEST(Collection, RecordsShowsBothFamiliesIpv4First) {
   TestSupport::ManualClock clock(100.5);
   const auto collection = pexaSftHoCounterCollectionFactory("SftHardwareOffload");

@@ -317,6 +317,25 @@ TEST_F(Indexes, SlotsOfWhatIsOverwrittenOrErasedAreFilledAgain) {
   expectInOrder();
 }
 
+TEST_F(Indexes, ASlotThatIsNotThereIsNeverFilledThoughAnEntryNamesIt) {
+  insert({1, 2, 3});
+  const std::uint64_t slots = reader_->slotsInFile();
+  for (const bool erased : {false, true}) {
+    Layout::Bucket& bucket = reader_->bucket(Layout::bucketOf(hashOfId(1), buckets()));
+    unsigned i = 0;
+    while (Layout::entryTag(bucket.entries[i].load()) != hashOfId(1) >> 32) ++i;
+    ASSERT_LT(i, Layout::kEntriesPerBucket);
+    Quell::BucketEdit(bucket).entryIs(i, Layout::entryWord(hashOfId(1), slots));
+    if (erased) erase({1});
+    for (std::uint32_t round = 0; round < 2 * slots; ++round) {
+      insert({1, 2, 3}, round);
+      for (const std::uint32_t id : {1U, 2U, 3U})
+        ASSERT_EQ(things_->red().get(keyOf(id)), thing(id, round)) << round;
+    }
+  }
+  EXPECT_EQ(reader_->slotsInFile(), slots);
+}
+
 TEST_F(Indexes, AWriterThatMeetsADamagedBucketPutsTheTableInOrderFirst) {
   for (std::uint32_t id = 0; id < 100; ++id) insert({id});
   Quell::JournalReader journal(*reader_);

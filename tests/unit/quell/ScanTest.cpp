@@ -116,6 +116,7 @@ TEST_F(Scans, AnEntryOfASlotThatIsNotThereIsDamage) {
     Quell::BucketEdit(*bucket).entryIs(i, Layout::entryWord(hashOf(1), slot));
     EXPECT_EQ(findDamage(1),
               "table test/things red: an entry names slot " + std::to_string(slot) + ", which is not there");
+    EXPECT_EQ(map().place(hashOf(1)).word, nullptr) << "no memory to look ahead at";
     EXPECT_EQ(findDamage(2), "");
   }
   EXPECT_EQ(map().table()->damages(), 3U);

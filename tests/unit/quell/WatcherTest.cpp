@@ -125,6 +125,18 @@ TEST_F(Watchers, WhatThisProcessWritesItselfIsToldOnceAndByItself) {
   EXPECT_THAT(told(), ElementsAre(6));
 }
 
+TEST_F(Watchers, WhatADeadWriterMayHaveLeftIsNoNewsToWhoWroteSince) {
+  {
+    const auto dead = writableFile();
+    dead->header().writer.store(12345);
+  }
+  EXPECT_TRUE(watcher_->deliver(0)) << "noticed by now, and not told";
+  watched_->red().insert(thing(5));
+  EXPECT_THAT(told(), IsEmpty());
+  watched_->red().table()->writingDel();
+  EXPECT_THAT(told(), IsEmpty());
+}
+
 TEST_F(Watchers, ChangesAreDeliveredInSlicesOverAllCollections) {
   for (std::uint32_t id = 1; id <= 3; ++id) {
     writing_->red().insert(thing(id));

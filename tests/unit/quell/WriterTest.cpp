@@ -40,6 +40,17 @@ TEST_F(Writers, WhoOnlyMountedIsNotInTheWay) {
   EXPECT_EQ(mounted->red().get(keyOf(1)), thing(1));
 }
 
+TEST_F(Writers, WhoGaveTheLockBackLeavesTheNextWritersNumberAlone) {
+  auto first = files_.open();
+  first->red().insert(thing(1));
+  first->red().table()->writingDel();
+  const auto file = Quell::TableFile::open(files_.place(), Quell::TableFile::Access::write);
+  EXPECT_EQ(file->header().writer.load(), 0U);
+  file->header().writer.store(12345);
+  first = nullptr;
+  EXPECT_EQ(file->header().writer.load(), 12345U);
+}
+
 TEST_F(Writers, WritingIsTakenUpAgainAfterAnotherWriter) {
   auto first = files_.open();
   first->red().insert(thing(1));
