@@ -171,7 +171,7 @@ class KillTest(FlowTrackerTest):
         self.assertEqual(summary["summary"]["statuses"], len(wanted))
 
     def kill_many(self, first, end):
-        """Kills first to end - 1; each round has its own moments, so that one that failed can be had alone (-k test_kills_FIRST)."""
+        """Kills first to end - 1; each round has its own moments, so that one that failed can be had alone (unittest -k)."""
         self.random = random.Random(SEED + first)
         victims = [self.kill_tracker, self.kill_agent, self.kill_tracker_that_was_seen_to_store, self.kill_both, self.kill_put,
                    self.kill_put, self.kill_reader]
@@ -179,7 +179,7 @@ class KillTest(FlowTrackerTest):
         self.running()
         while sum(self.kills.values()) < end - first:
             victim = self.random.choice(victims)
-            with self.subTest(f"SFT_KILL_SEED={SEED}, test_kills_{first} after {dict(self.kills)}: {victim.__name__}"):
+            with self.subTest(f"SFT_KILL_SEED={SEED}, {self._testMethodName}, after {dict(self.kills)}: {victim.__name__}"):
                 victim()
                 self.running()
                 if sum(self.kills.values()) - compared >= 5:
@@ -189,7 +189,7 @@ class KillTest(FlowTrackerTest):
         self.assertEqual(self.agent.end(), 0)
         self.assertEqual(self.tracker.end(), 0)
         ALL.update(self.kills)
-        print(f"SFT_KILL_SEED={SEED} test_kills_{first}: {dict(self.kills)}; {self.sent} flows sampled, {len(self.wanted)} wanted, "
+        print(f"SFT_KILL_SEED={SEED} {self._testMethodName}: {dict(self.kills)}; {self.sent} flows sampled, {len(self.wanted)} wanted, "
               f"{self.repairs} repairs told; killed by now: {dict(ALL)}, {sum(ALL.values())} of {TIMES}")
 
 
