@@ -2,7 +2,19 @@
 
 #include <algorithm>
 
+#include "KivQuoted.h"
+
 namespace FlowTracking {
+
+namespace {
+
+// A name that somebody else chose: as it is, or in quotes when it has what a line cannot show.
+std::string shown(const std::string& name) {
+  const std::string quoted = Kiv::quoted(name);
+  return quoted.size() == name.size() + 2 ? name : quoted;
+}
+
+}  // namespace
 
 ObjectReader::ObjectReader(const Kiv::Value& value) : value_(value) {
   if (value.as<Kiv::Value::Object>() == nullptr) Kiv::throwValueError("an object", value);
@@ -13,7 +25,7 @@ void ObjectReader::end() const {
     if (std::find(known_.begin(), known_.end(), name) != known_.end()) continue;
     std::string expected;
     for (const std::string_view known : known_) expected.append(expected.empty() ? "" : ", ").append(known);
-    throw MemberError(name, "expected no such member, only " + expected);
+    throw MemberError(shown(name), "expected no such member, only " + expected);
   }
 }
 

@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "KivQuoted.h"
+
 namespace Json {
 namespace {
 
@@ -76,7 +78,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     const auto& members = std::get<Kiv::Value::Object>(open_.back().value);
     const auto same = [&](const auto& member) { return member.first == name; };
     if (std::any_of(members.begin(), members.end(), same)) {
-      return fail(fmt::format("member \"{}\" comes twice", name));
+      return fail(fmt::format("member {} comes twice", Kiv::quoted(name)));
     }
     open_.back().key = std::move(name);
     return true;

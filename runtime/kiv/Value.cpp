@@ -3,19 +3,17 @@
 #include <fmt/format.h>
 
 #include "KivEntity.h"
+#include "KivQuoted.h"
 
 namespace Kiv {
 
-namespace {
-
-// Text in JSON's quotes.
 String quoted(std::string_view text) {
   String out = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') {
       out += '\\';
       out += c;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
+    } else if (static_cast<unsigned char>(c) < 0x20 || c == '\x7f') {
       out += fmt::format("\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(c)));
     } else {
       out += c;
@@ -23,6 +21,8 @@ String quoted(std::string_view text) {
   }
   return out + '"';
 }
+
+namespace {
 
 String nested(const Value& value) {
   const String* text = value.as<String>();

@@ -159,6 +159,7 @@ TEST(FlowPatternTest, AMemberThatIsWrongIsNamed) {
   EXPECT_THAT(error({{"sourcePort", 65536}}), HasSubstr("sourcePort"));
   EXPECT_THAT(error({{"direction", 3}}), HasSubstr("direction: expected a number from 1 to 2"));
   EXPECT_THAT(error({{"colour", "red"}}), HasSubstr("colour: expected no such member"));
+  EXPECT_THAT(error({{"col\nour", "red"}}), HasSubstr("\"col\\u000aour\": expected no such member"));
   EXPECT_THAT(error({{"colour", "red"}}),
               HasSubstr("only source, sourcePort, destination, destinationPort, protocol, vlan, vrf, "
                         "direction, interface"));

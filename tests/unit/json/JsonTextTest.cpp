@@ -75,6 +75,7 @@ TEST(JsonText, RefusesWhatIsNoJsonAndSaysWhere) {
 
 TEST(JsonText, RefusesAMemberThatComesTwice) {
   EXPECT_THAT(errorOf(R"({"vlan":1,"vlan":2})"), HasSubstr("member \"vlan\" comes twice"));
+  EXPECT_EQ(errorOf(R"({"vl\nan":1,"vl\nan":2})"), R"(member "vl\u000aan" comes twice)") << "in one line";
 }
 
 TEST(JsonText, RefusesIntegersBeyond64Bits) {

@@ -2,9 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include "KivQuoted.h"
+
 namespace {
 
 using Kiv::Value;
+
+TEST(Quoted, ShowsAnyTextInOneLine) {
+  EXPECT_EQ(Kiv::quoted(""), "\"\"");
+  EXPECT_EQ(Kiv::quoted("Ethernet1"), "\"Ethernet1\"");
+  EXPECT_EQ(Kiv::quoted("a\"b\\c"), R"("a\"b\\c")");
+  EXPECT_EQ(Kiv::quoted("a\nb\x1b\x7f\x1f"), R"("a\u000ab\u001b\u007f\u001f")");
+  EXPECT_EQ(Kiv::quoted("\xc3\xa9"), "\"\xc3\xa9\"");
+}
 
 TEST(Value, ConvertsWithinAKindAndNeverBetweenKinds) {
   EXPECT_EQ(Kiv::ValueTraits<std::uint8_t>::fromValue(Value(255)), 255);
