@@ -285,28 +285,26 @@ void findAnother() {
   EXPECT_TRUE((table.find<KeyBytes, RecordBytes>(record.bytes.data(), hash, out.bytes.data())));
 }
 
+template <class Check>
+void eachSize(const Check& check) {
+  check.template operator()<1, 1>();
+  check.template operator()<3, 12>();
+  check.template operator()<8, 16>();
+  check.template operator()<8, 20>();
+  check.template operator()<9, 23>();
+  check.template operator()<24, 29>();
+  check.template operator()<33, 33>();
+  check.template operator()<40, 100>();
+}
+
 }  // namespace
 
 TEST(OddSizes, AnotherKeyOfTheSameHashIsNotFoundAndAChangedByteIsMet) {
-  findAnother<1, 1>();
-  findAnother<3, 12>();
-  findAnother<8, 16>();
-  findAnother<8, 20>();
-  findAnother<9, 23>();
-  findAnother<24, 29>();
-  findAnother<33, 33>();
-  findAnother<40, 100>();
+  eachSize([]<std::size_t Key, std::size_t Record>() { findAnother<Key, Record>(); });
 }
 
 TEST(OddSizes, RecordsAndKeysOfAnySizeAreStoredAndFoundToTheByte) {
-  storeAndFind<1, 1>();
-  storeAndFind<3, 12>();
-  storeAndFind<8, 16>();
-  storeAndFind<8, 20>();
-  storeAndFind<9, 23>();
-  storeAndFind<24, 29>();
-  storeAndFind<33, 33>();
-  storeAndFind<40, 100>();
+  eachSize([]<std::size_t Key, std::size_t Record>() { storeAndFind<Key, Record>(); });
 }
 
 // The check of a slot has 32 bits, that of a bucket 24, and each of them counts.
