@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "KivQuoted.h"
 #include "ObjectReader.h"
 
 namespace FlowTracking {
@@ -58,7 +59,7 @@ Network::Network(std::string_view text) {
   const auto [end, error] = std::from_chars(bits.data(), bits.data() + bits.size(), prefix);
   if (error != std::errc() || end != bits.data() + bits.size() || prefix > prefix_) {
     throw Kiv::ValueError("expected a prefix length up to " + std::to_string(prefix_) +
-                          " behind the /, got \"" + std::string(bits) + '"');
+                          " behind the /, got " + Kiv::quoted(bits));
   }
   prefix_ = prefix;
 }

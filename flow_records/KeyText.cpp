@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "KivQuoted.h"
+
 namespace FlowTracking {
 
 std::uint64_t KeyText::number(std::string_view member, std::uint64_t most) {
@@ -10,7 +12,7 @@ std::uint64_t KeyText::number(std::string_view member, std::uint64_t most) {
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
   if (error != std::errc() || end != digits.data() + digits.size() || value > most) {
     throw Kiv::ValueError(std::string(member) + ": expected a number up to " + std::to_string(most) +
-                          ", got \"" + std::string(digits) + '"');
+                          ", got " + Kiv::quoted(digits));
   }
   return value;
 }
@@ -25,7 +27,7 @@ std::string_view KeyText::parts(std::size_t count) {
 }
 
 void KeyText::end() const {
-  if (!ended_) throw Kiv::ValueError("expected the end of the key, got \"" + std::string(rest_) + '"');
+  if (!ended_) throw Kiv::ValueError("expected the end of the key, got " + Kiv::quoted(rest_));
 }
 
 std::string_view KeyText::part(std::string_view member) {

@@ -6,13 +6,14 @@
 #include <charconv>
 #include <optional>
 
+#include "KivQuoted.h"
 #include "KivValue.h"
 
 namespace Tracker {
 namespace {
 
 [[noreturn]] void refuse(std::string_view text, std::string_view expected) {
-  throw Kiv::ValueError(fmt::format("\"{}\": expected {}", text, expected));
+  throw Kiv::ValueError(fmt::format("{}: expected {}", Kiv::quoted(text), expected));
 }
 
 std::optional<unsigned> number(std::string_view text) {

@@ -7,6 +7,7 @@
 #include "DatagramSocket.h"
 #include "FlowExporter.h"
 #include "FlowTracker.h"
+#include "KivQuoted.h"
 
 namespace Tracker {
 
@@ -20,7 +21,7 @@ ControlSocket::Rows TrackerRequests::answer(const Value& request) const {
   if (text == "flows") return flows();
   if (text == "candidates") return candidates(request);
   throw Kiv::ValueError(
-      fmt::format("no request \"{}\", expected one of: statistics, flows, candidates", text));
+      fmt::format("no request {}, expected one of: statistics, flows, candidates", Kiv::quoted(text)));
 }
 
 Value::Object TrackerRequests::statistics() const {

@@ -1,5 +1,7 @@
 // Key texts, both ways. Any text is refused with a line or is a key whose canonical text gives the same key
 // again; and any key that a record can hold has a text that gives it back.
+#include <cstring>
+
 #include "FlowKey.h"
 #include "FuzzInput.h"
 
@@ -22,6 +24,7 @@ void parse(const Kiv::String& text) {
     printAndParse(Key(text.begin(), text.end()));
   } catch (const Kiv::ValueError& refused) {
     FUZZ_REQUIRE(*refused.what() != '\0');
+    FUZZ_REQUIRE(std::strchr(refused.what(), '\n') == nullptr);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "Cliprint.h"
+#include "KivQuoted.h"
 #include "TaskWork.h"
 #include "TraceLevels.h"
 #include "json/JsonText.h"
@@ -80,7 +81,8 @@ ControlSocket::Rows ControlRequests::answer(const Value& request) {
   const Kiv::String& name = textMember(request, "request");
   const auto* found = std::find_if(std::begin(kRequests), std::end(kRequests),
                                    [&](const Request& each) { return each.name == name; });
-  if (found == std::end(kRequests)) throw Kiv::ValueError(fmt::format("unknown request \"{}\"", name));
+  if (found == std::end(kRequests))
+    throw Kiv::ValueError(fmt::format("unknown request {}", Kiv::quoted(name)));
   return (this->*found->answer)(request);
 }
 

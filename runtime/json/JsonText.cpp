@@ -163,7 +163,8 @@ Kiv::Value withEntities(Kiv::Value value, const EntityFinder& find) {
     const auto& type = *(*object)[0].second.as<Kiv::String>();
     const auto& name = *(*object)[1].second.as<Kiv::String>();
     const auto entity = find(type, name);
-    if (!entity) throw Kiv::ValueError(fmt::format("no entity \"{}\" of type \"{}\"", name, type));
+    if (!entity)
+      throw Kiv::ValueError(fmt::format("no entity {} of type {}", Kiv::quoted(name), Kiv::quoted(type)));
     return entity;
   }
   Kiv::Value::Object result;

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "KivQuoted.h"
+
 namespace SampledFlowTracker {
 
 namespace {
@@ -29,7 +31,7 @@ Kiv::String outputKeyText(OutputId id, const Kiv::String& k0, bool k0Valid) {
 
 std::string_view outputKeyParts(OutputId id, std::string_view text, bool& k0Valid) {
   const auto wrong = [&](std::string_view expected) {
-    return Kiv::ValueError(fmt::format("output key: expected \"{}\", got \"{}\"", expected, text));
+    return Kiv::ValueError(fmt::format("output key: expected \"{}\", got {}", expected, Kiv::quoted(text)));
   };
   const Frame frame(id);
   // The key's own text may hold anything, so the flag is looked for from the end.

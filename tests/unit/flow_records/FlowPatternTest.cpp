@@ -156,6 +156,7 @@ TEST(FlowPatternTest, AMemberThatIsWrongIsNamed) {
   };
   using testing::HasSubstr;
   EXPECT_THAT(error({{"source", "10.0.0.1/99"}}), HasSubstr("source: expected a prefix length up to 32"));
+  EXPECT_THAT(error({{"source", "2::/9\n"}}), HasSubstr("behind the /, got \"9\\u000a\"")) << "in one line";
   EXPECT_THAT(error({{"sourcePort", 65536}}), HasSubstr("sourcePort"));
   EXPECT_THAT(error({{"direction", 3}}), HasSubstr("direction: expected a number from 1 to 2"));
   EXPECT_THAT(error({{"colour", "red"}}), HasSubstr("colour: expected no such member"));
