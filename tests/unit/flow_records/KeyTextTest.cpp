@@ -78,7 +78,8 @@ TEST(KeyTextTest, ANumberIsDigitsAlone) {
     EXPECT_EQ(refusal([&] { KeyText(wrong).number("n", 10); }),
               "n: expected a number up to 10, got \"" + wrong + '"');
   }
-  EXPECT_EQ(refusal([&] { KeyText("1\n").number("n", 10); }), R"(n: expected a number up to 10, got "1\u000a")")
+  EXPECT_EQ(refusal([&] { KeyText("1\n").number("n", 10); }),
+            R"(n: expected a number up to 10, got "1\u000a")")
       << "in one line";
   EXPECT_EQ(refusal([&] { KeyText("\n").end(); }), R"(expected the end of the key, got "\u000a")");
   EXPECT_EQ(KeyText("10").number("n", 10), 10U);
